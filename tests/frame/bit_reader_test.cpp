@@ -1,0 +1,53 @@
+// The shared bit reader: values and cursor at every start offset and word
+// alignment, and its read slack against a guard page.
+#include "common/bit_writer.h"
+#include "common/guarded_buffer.h"
+#include "frame/bit_reader.h"
+
+#include <gtest/gtest.h>
+
+#include <random>
+
+namespace {
+
+TEST(BitReader, ReadsFieldsAtEveryAlignmentAndOffset) {
+    std::mt19937 rng(7);
+    std::vector<std::pair<uint32_t, int>> fields;
+    for (int i = 0; i < 200; ++i) {
+        const int bits = static_cast<int>(rng() % 33);
+        const uint32_t value = bits == 32 ? rng() : (rng() & ((1u << bits) - 1));
+        fields.push_back({value, bits});
+    }
+    for (int offset = 0; offset < 8; ++offset) {
+        nkptest::BitWriter w;
+        w.put(0, offset);
+        size_t total = offset;
+        for (auto [v, b] : fields) {
+            w.put(v, b);
+            total += static_cast<size_t>(b);
+        }
+        for (size_t misalign = 0; misalign < 4; ++misalign) {
+            nkptest::GuardedBuffer buf(w.bytes(), misalign);
+            nkp::BitReader r(buf.data(), offset);
+            for (auto [v, b] : fields) ASSERT_EQ(r.read(b), v) << "offset " << offset;
+            const uint8_t* byte = nullptr;
+            int bit = -1;
+            r.store(&byte, &bit);
+            EXPECT_EQ(byte, buf.data() + total / 8);
+            EXPECT_EQ(bit, static_cast<int>(total % 8));
+        }
+    }
+}
+
+TEST(BitReader, PeekDoesNotConsume) {
+    const std::vector<uint8_t> bytes = {0xA5, 0x0F, 0xF0, 0x3C, 0x81};
+    nkptest::GuardedBuffer buf(bytes);
+    nkp::BitReader r(buf.data(), 3);
+    EXPECT_EQ(r.peek(5), 0x05u);
+    EXPECT_EQ(r.peek(13), 0x050Fu);
+    EXPECT_EQ(r.read(13), 0x050Fu);
+    EXPECT_EQ(r.bit_offset(), 0);
+    EXPECT_EQ(r.byte(), buf.data() + 2);
+}
+
+}  // namespace

@@ -1,0 +1,114 @@
+// Code-path selection, the export tables and the version records.
+#include "frame/exports.h"
+#include "nkpcore.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <regex>
+#include <string>
+
+#if !defined(_WIN32)
+#include <dlfcn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+#endif
+
+namespace {
+
+struct SelectionCase {
+    const char* name;
+    uint64_t mask;
+    int32_t path;
+};
+
+const SelectionCase kSelection[] = {
+    {"none", 0, 0},
+    {"ssse3_only", NKP_CPU_SSSE3, 0},
+    {"movbe_only", NKP_CPU_MOVBE, 0},
+    {"both", NKP_CPU_SSSE3 | NKP_CPU_MOVBE, 1},
+    {"both_and_more", ~uint64_t{0}, 1},
+    {"everything_but_movbe", ~NKP_CPU_MOVBE, 0},
+    {"everything_but_ssse3", ~NKP_CPU_SSSE3, 0},
+};
+
+TEST(CodePath, SelectionNeedsBothSsse3AndMovbe) {
+    for (const auto& c : kSelection) {
+        EXPECT_EQ(nkp::select_code_path(c.mask), c.path) << c.name;
+    }
+}
+
+TEST(CodePath, ActiveRecordMatchesActivePath) {
+    // Whatever this machine selected, the export answers with that path's record.
+    EXPECT_EQ(nkpacGetLibVersion(), nkpt_nkpacGetLibVersion[nkp_code_path]());
+}
+
+TEST(Version, RecordsDifferOnlyInPathFields) {
+    const nkpLibraryVersion* a = nkpt_nkpacGetLibVersion[0]();
+    const nkpLibraryVersion* b = nkpt_nkpacGetLibVersion[1]();
+    ASSERT_NE(a, b);
+    EXPECT_EQ(std::string(a->name).rfind("nkpAC SSSE3", 0), 0u);
+    EXPECT_EQ(std::string(b->name).rfind("nkpAC ", 0), 0u);
+    EXPECT_NE(std::string(a->name), std::string(b->name));
+    // Each name ends with its path's two-letter code in parentheses.
+    for (const nkpLibraryVersion* v : {a, b}) {
+        const std::string code(v->targetCpu, strnlen(v->targetCpu, 4));
+        ASSERT_EQ(code.size(), 2u);
+        EXPECT_EQ(v->targetCpu[2], 0);
+        EXPECT_EQ(v->targetCpu[3], 0);
+        const std::string name = v->name;
+        EXPECT_EQ(name.substr(name.size() - 4), "(" + code + ")");
+    }
+    EXPECT_NE(std::memcmp(a->targetCpu, b->targetCpu, 4), 0);
+    EXPECT_EQ(a->version, b->version);
+    EXPECT_EQ(a->buildDate, b->buildDate);
+    EXPECT_EQ(a->major, b->major);
+    EXPECT_EQ(a->minor, b->minor);
+    EXPECT_EQ(a->majorBuild, b->majorBuild);
+    EXPECT_EQ(a->build, b->build);
+
+    const std::string expect = std::to_string(a->major) + "." + std::to_string(a->minor) + "." +
+                               std::to_string(a->majorBuild) + " (r" + std::to_string(a->build) + ")";
+    EXPECT_EQ(std::string(a->version), expect);
+    EXPECT_TRUE(std::regex_match(a->buildDate, std::regex("[A-Z][a-z]{2} [1-9][0-9]? [0-9]{4}")))
+        << a->buildDate;
+}
+
+#if !defined(_WIN32)
+// Loads the shared library in a child process whose nkpcore reports `mask`
+// and returns the code the active version record names.
+std::string path_code_when_loaded_with(uint64_t mask) {
+    int fds[2];
+    if (pipe(fds) != 0) return "pipe";
+    const pid_t pid = fork();
+    if (pid == 0) {
+        close(fds[0]);
+        nkpcoreSetCpuFeatures(mask);
+        void* lib = dlopen(NKPAC_SHARED_LIB, RTLD_NOW | RTLD_LOCAL);
+        char code[4] = {'?', '?', 0, 0};
+        if (lib) {
+            auto get = reinterpret_cast<const nkpLibraryVersion* (*)()>(dlsym(lib, "nkpacGetLibVersion"));
+            if (get) std::memcpy(code, get()->targetCpu, 4);
+        }
+        if (write(fds[1], code, 4) != 4) _exit(1);
+        _exit(0);
+    }
+    close(fds[1]);
+    char code[5] = {};
+    const ssize_t n = read(fds[0], code, 4);
+    close(fds[0]);
+    int status = 0;
+    waitpid(pid, &status, 0);
+    return n == 4 ? std::string(code) : "child failed";
+}
+
+TEST(CodePath, SharedLibrarySelectsAtLoad) {
+    const std::string s3 = nkpt_nkpacGetLibVersion[0]()->targetCpu;
+    const std::string lp = nkpt_nkpacGetLibVersion[1]()->targetCpu;
+    for (const auto& c : kSelection) {
+        EXPECT_EQ(path_code_when_loaded_with(c.mask), c.path ? lp : s3) << c.name;
+    }
+}
+#endif
+
+}  // namespace
