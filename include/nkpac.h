@@ -154,6 +154,10 @@ NKPAC_API const nkpLibraryVersion* nkpacGetLibVersion(void);
 /* NKPAC-SECTION mp3 */
 /* NKPAC-END mp3 */
 
+/* ---- MP3 decoder steps: requantisation, joint stereo, synthesis ---------- */
+/* NKPAC-SECTION mp3-decoder */
+/* NKPAC-END mp3-decoder */
+
 #ifdef __cplusplus
 }
 #endif
