@@ -152,6 +152,144 @@ NKPAC_API const nkpLibraryVersion* nkpacGetLibVersion(void);
 
 /* ---- MP3 ---------------------------------------------------------------- */
 /* NKPAC-SECTION mp3 */
+/* Layer III frame header: each field holds its bit field as it stands in the
+ * stream (no translation to bit rates or hertz). */
+typedef struct {
+    nkp32s id;                /* 1 MPEG-1, 0 lower sampling frequencies (MPEG-2 and 2.5) */
+    nkp32s layer;             /* layer code as coded; 1 = Layer III */
+    nkp32s protectionBit;     /* 0: a 16-bit CRC word follows the header */
+    nkp32s bitrateIndex;      /* 0..15 */
+    nkp32s samplingFreqIndex; /* 0..3 */
+    nkp32s paddingBit;
+    nkp32s privateBit;
+    nkp32s mode;              /* 0 stereo, 1 joint stereo, 2 dual channel, 3 single channel */
+    nkp32s modeExtension;     /* bit 1 M/S stereo, bit 0 intensity stereo */
+    nkp32s copyright;
+    nkp32s originalCopy;
+    nkp32s emphasis;
+    nkp32s crcWord;           /* meaningful only when protectionBit is 0 */
+} nkpMP3FrameHeader;
+
+/* Side information of one granule of one channel. A frame's records are
+ * granule-major: granule g, channel c is element g * nch + c (nch = 1 when
+ * mode is 3, else 2); MPEG-1 has two granules, LSF one. */
+typedef struct {
+    nkp32s part23Length;      /* bits of scale factors plus Huffman data */
+    nkp32s bigValues;         /* value pairs in the big-values region */
+    nkp32s globalGain;
+    nkp32s scalefacCompress;  /* 4 bits MPEG-1, 9 bits LSF */
+    nkp32s windowSwitching;
+    nkp32s blockType;         /* 0 normal, 1 start, 2 short, 3 stop */
+    nkp32s mixedBlock;
+    nkp32s tableSelect[3];    /* Huffman table of regions 0..2 */
+    nkp32s subblockGain[3];
+    nkp32s region0Count;      /* bands in region 0, minus one */
+    nkp32s region1Count;      /* bands in region 1, minus one */
+    nkp32s preflag;
+    nkp32s scalefacScale;
+    nkp32s count1TableSelect; /* quadruple table A (0) or B (1) */
+} nkpMP3SideInfo;
+
+/* An MPEG-1 encoder's bit reservoir. */
+typedef struct {
+    nkp32s reservoirBits;     /* bits now held */
+    nkp32s maxReservoirBits;  /* most bits it may hold with frames of this size */
+} nkpMP3BitReservoir;
+
+/* The header, side-information and reservoir functions keep no bit offset:
+ * each starts at the most significant bit of the byte under the pointer and
+ * leaves the pointer on the byte after what it read or wrote. */
+
+/* Reads the 4-byte header at *ppBitStream (the sync word is not examined)
+ * and, when protectionBit is 0, the CRC word after it; advances 4 or 6 bytes.
+ * crcWord is left as it was when there is no CRC. */
+NKPAC_API nkpStatus nkpsUnpackFrameHeader_MP3(nkp8u** ppBitStream, nkpMP3FrameHeader* pFrameHeader);
+
+/* Reads the side information that follows the header (and CRC): MPEG-1 17
+ * bytes mono / 32 stereo, LSF 9 / 17. pDstSideInfo holds 2 * nch records
+ * (MPEG-1) or nch (LSF); pDstScfsi holds 4 * nch flags (MPEG-1 only, must be
+ * non-null for LSF too). Up to 7 bytes after the side information may be
+ * read. Window-switched granules get region counts 8/12 (pure short blocks)
+ * or 7/13. LSF leaves preflag untouched. */
+NKPAC_API nkpStatus nkpsUnpackSideInfo_MP3(nkp8u** ppBitStream, nkpMP3SideInfo* pDstSideInfo,
+                                           int* pDstMainDataBegin, int* pDstPrivateBits,
+                                           int* pDstScfsi, const nkpMP3FrameHeader* pFrameHeader);
+
+/* Writes a header (12 sync bits, fields cut to their widths, CRC word when
+ * protectionBit is 0). The byte after the last one written must be
+ * addressable: it is read and stored back unchanged. */
+NKPAC_API nkpStatus nkpsPackFrameHeader_MP3(const nkpMP3FrameHeader* pSrcFrameHeader, nkp8u** ppBitStream);
+
+/* Writes side information in the reader's layout. A record with
+ * windowSwitching 1 and blockType 0 ends the writing after its
+ * windowSwitching bit, with nkpStatusOk. As for the header writer, the byte
+ * after the last one written must be addressable. */
+NKPAC_API nkpStatus nkpsPackSideInfo_MP3(const nkpMP3SideInfo* pSrcSideInfo, nkp8u** ppBitStream,
+                                         int mainDataBegin, int privateBits, const int* pSrcScfsi,
+                                         const nkpMP3FrameHeader* pFrameHeader);
+
+/* Empty reservoir sized for MPEG-1 frames of this header: maxReservoirBits =
+ * min(7680 - frame bits, 4088). samplingFreqIndex must be 0..2 and
+ * bitrateIndex 0..14 (not checked). */
+NKPAC_API nkpStatus nkpsBitReservoirInit_MP3(nkpMP3BitReservoir* pBitReservoir,
+                                             const nkpMP3FrameHeader* pFrameHeader);
+
+/* The scale factors and Huffman functions below take the full cursor
+ * (*ppBitStream, *pOffset 0..7) and advance it. */
+
+/* Reads one granule/channel's scale factors into pDstScaleFactor (at least
+ * 39 values). Layout: MPEG-1 long blocks bands 0..20 (+1 zero); short blocks
+ * 3 * band + window (36, +3 zeros); mixed blocks long bands 0..7 then short
+ * bands 3..11 (35 values, +3 zeros); LSF the values in stream order (+3
+ * zeros). MPEG-1 granule 1 keeps the granule-0 values of groups whose scfsi
+ * flag is set, so pass the same array for both granules of a channel.
+ * pScfsi points at this channel's four flags. LSF writes preflag (and masks
+ * mixedBlock to its low bit for short blocks); on the intensity-stereo right
+ * channel a value at its width's maximum is stored negated (an illegal
+ * intensity position). Reads up to 7 bytes after the last bit consumed. */
+NKPAC_API nkpStatus nkpsUnpackScaleFactors_MP3_1u8s(nkp8u** ppBitStream, int* pOffset, nkp8s* pDstScaleFactor,
+                                                    nkpMP3SideInfo* pSideInfo, const int* pScfsi,
+                                                    const nkpMP3FrameHeader* pFrameHeader, int granule,
+                                                    int channel);
+
+/* Writes scale factors in the reader's layout (values cut to their widths;
+ * LSF writes preflag into the record). Writing starts at the caller's bit
+ * offset; bits below it in the current byte are kept. */
+NKPAC_API nkpStatus nkpsPackScaleFactors_MP3_8s1u(const nkp8s* pSrcScaleFactor, nkp8u** ppBitStream, int* pOffset,
+                                                  const nkpMP3FrameHeader* pFrameHeader, nkpMP3SideInfo* pSideInfo,
+                                                  const int* pScfsi, int granule, int channel);
+
+/* Decodes one granule/channel's Huffman data (hufSize bits: part23Length
+ * minus the scale-factor bits) into 576 quantised lines pDstIs, and sets
+ * *pDstNonZeroBound to one past the last non-zero line (0 when none). The
+ * cursor ends exactly hufSize bits on, also when the last quadruple overran
+ * the part (it is dropped). Big-values decoding does not stop at hufSize: a
+ * corrupt granule may take up to 288 * 47 bits (1692 bytes) past the cursor
+ * before nkpStatusDataError tells, so keep the stream readable for
+ * max(hufSize / 8, 1692) + 8 bytes after the cursor. Region boundaries come
+ * from the built-in long-band table (row id * 3 + samplingFreqIndex). */
+NKPAC_API nkpStatus nkpsHuffmanDecode_MP3_1u32s(nkp8u** ppBitStream, int* pOffset, nkp32s* pDstIs,
+                                                int* pDstNonZeroBound, const nkpMP3SideInfo* pSideInfo,
+                                                const nkpMP3FrameHeader* pFrameHeader, int hufSize);
+
+/* As nkpsHuffmanDecode_MP3_1u32s, with the caller's long-band table:
+ * 6 rows (id * 3 + samplingFreqIndex) of 23 boundaries. */
+NKPAC_API nkpStatus nkpsHuffmanDecodeSfb_MP3_1u32s(nkp8u** ppBitStream, int* pOffset, nkp32s* pDstIs,
+                                                   int* pDstNonZeroBound, const nkpMP3SideInfo* pSideInfo,
+                                                   const nkpMP3FrameHeader* pFrameHeader, int hufSize,
+                                                   const nkp16s* pSfbTableLong);
+
+/* As nkpsHuffmanDecodeSfb_MP3_1u32s, with region 0 of window-switched
+ * granules taken from the caller's tables too: pSfbTableShort, 6 rows of 14
+ * short-band boundaries; pMbpTable, 6 rows of two values (long bands of a
+ * mixed block, short-band steps that region 0 extends over beyond them).
+ * Checks its arguments in its own order (a bad hufSize gives
+ * nkpStatusBadMP3SideInfo here). */
+NKPAC_API nkpStatus nkpsHuffmanDecodeSfbMbp_MP3_1u32s(nkp8u** ppBitStream, int* pOffset, nkp32s* pDstIs,
+                                                      int* pDstNonZeroBound, const nkpMP3SideInfo* pSideInfo,
+                                                      const nkpMP3FrameHeader* pFrameHeader, int hufSize,
+                                                      const nkp16s* pSfbTableLong, const nkp16s* pSfbTableShort,
+                                                      const nkp16s* pMbpTable);
 /* NKPAC-END mp3 */
 
 /* ---- MP3 decoder steps: requantisation, joint stereo, synthesis ---------- */
