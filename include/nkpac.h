@@ -144,6 +144,103 @@ NKPAC_API const nkpLibraryVersion* nkpacGetLibVersion(void);
 
 /* ---- Vector utilities ------------------------------------------------- */
 /* NKPAC-SECTION vector */
+/*
+ * Small array utilities used around a codec's main stages. None keeps state.
+ * "Misaligned" below means the function returns nkpStatusMisaligned (2), a
+ * warning after a complete run, when one of the named data pointers is not
+ * 16-byte aligned. Float-to-16-bit conversions clamp to -32768..32767 and
+ * round to nearest, ties to even, whatever the caller's rounding mode (the
+ * caller's MXCSR is restored before returning).
+ */
+
+/* dst[c][i] = src[i*channels + c]. src holds channels*len samples, each
+ * dst[c] len samples. Checks: src or dst null (NullPointer), channels < 1
+ * (BadChannelCount), len < 1 (BadSize), a null dst[c] (NullPointer).
+ * Misaligned: src or any dst[c]. */
+NKPAC_API nkpStatus nkpsDeinterleave_16s(const nkp16s* pSrc, int channels, int len, nkp16s** ppDst);
+NKPAC_API nkpStatus nkpsDeinterleave_32f(const nkp32f* pSrc, int channels, int len, nkp32f** ppDst);
+
+/* dst[i*channels + c] = src[c][i]. Checks: src or dst null (NullPointer),
+ * channels < 1 (BadChannelCount), len < 1 (BadSize), a null src[c]
+ * (NullPointer). Misaligned: dst or any src[c]. */
+NKPAC_API nkpStatus nkpsInterleave_16s(const nkp16s* const* ppSrc, int channels, int len, nkp16s* pDst);
+NKPAC_API nkpStatus nkpsInterleave_32f(const nkp32f* const* ppSrc, int channels, int len, nkp32f* pDst);
+
+/* Float channels to interleaved 16-bit PCM: dst[i*channels + c] =
+ * src[c][i] clamped and rounded (NaN gives 32767). dst holds channels*len
+ * samples. Checks: dst null (NullPointer), channels < 1 or len < 1
+ * (BadSize), src null (NullPointer), a null src[c] (NullPointer). Any
+ * alignment; returns nkpStatusOk. */
+NKPAC_API nkpStatus nkpsJoin_32f16s_D2L(const nkp32f* const* ppSrc, int channels, int len, nkp16s* pDst);
+
+/* Per-band scaling in place: data[j] *= factor[b] for offset[b] <= j <
+ * offset[b+1], b = 0..bands-1 (offset has bands+1 entries; an empty or
+ * reversed band is skipped). Checks: a null pointer (NullPointer),
+ * bands < 1 (BadSize). Any alignment; returns nkpStatusOk. */
+NKPAC_API nkpStatus nkpsScale_32f_I(nkp32f* pSrcDst, const nkp32f* pFactor, const nkp32s* pBandOffset, int bands);
+
+/* dst[i] = mant[i] * 2^(-15 - exp[i]), the factor built as the float bit
+ * pattern (0x38000000 - (exp << 23)) & 0x7FFFFFFF: exponents are not range
+ * checked, out-of-range ones give what that bit arithmetic gives. Checks: a
+ * null pointer (NullPointer), len < 1 (BadSize). Misaligned: any pointer. */
+NKPAC_API nkpStatus nkpsMakeFloat_16s32f(const nkp16s* pMant, const nkp16s* pExp, int len, nkp32f* pDst);
+
+/* dst[i] = 2^((sf[i] - offset)/4) from a 1024-entry table (2^-128 ..
+ * 2^127.75). The table index is (sf[i] - min(offset + 512, 32767)) mod
+ * 1024 in 16-bit arithmetic, so differences outside -512..511 wrap around
+ * the table unreported. Checks: a null pointer (NullPointer), len < 1
+ * (BadSize). Returns nkpStatusOk. */
+NKPAC_API nkpStatus nkpsCalcSF_16s32f(const nkp16s* pSrc, int offset, nkp32f* pDst, int len);
+
+/* dst[i] = |src[i]|^(3/4) through the processor's reciprocal-square-root
+ * estimate, a * rsqrt(a) * rsqrt(rsqrt(a)) with no refinement (relative
+ * error about 2^-11); |src[i]| <= 1.0e-37 (and NaN) gives 0. Floating-point
+ * exceptions are masked during the call. Checks: a null pointer
+ * (NullPointer), len < 1 (BadSize). Misaligned: src or dst. */
+NKPAC_API nkpStatus nkpsPow34_32f(const nkp32f* pSrc, nkp32f* pDst, int len);
+/* As nkpsPow34_32f, then saturated to 32767 and rounded to 16 bits. */
+NKPAC_API nkpStatus nkpsPow34_32f16s(const nkp32f* pSrc, nkp16s* pDst, int len);
+
+/* dst[i] = (|src[i]| * 2^inScale)^(3/4) * 2^-outScale, rounded to nearest
+ * (ties to even) and saturated to 32767; 0 stays 0. Fixed point: the
+ * mantissa's 3/4 power is interpolated in a 257-entry Q30 table and
+ * scaled by 2^(-r/4) (r = exponent mod 4) to a Q31 product; results are
+ * within one unit of the exactly rounded value (they differ only within
+ * about 2^-12 of a rounding boundary). Where the final shift would exceed
+ * 31 it is held at 31, so results that should round to 0 come out as 1 or
+ * 2. Checks: len < 1 (BadSize) BEFORE a null pointer (NullPointer).
+ * Returns nkpStatusOk. */
+NKPAC_API nkpStatus nkpsPow34_16s_Sfs(const nkp16s* pSrc, int inScale, nkp16s* pDst, int outScale, int len);
+
+/* dst[i] = sign(x) * |x|^(4/3), x = src[i], each value the float nearest
+ * to the exact power (an exact table below 8192, a double-precision cube
+ * root above). Checks: a null pointer (NullPointer), len < 0 (BadSize);
+ * len 0 does nothing. Returns nkpStatusOk. */
+NKPAC_API nkpStatus nkpsPow43_16s32f(const nkp16s* pSrc, nkp32f* pDst, int len);
+
+/* Requantisation of bands: for band b, the values at offset[b]*widthMult
+ * .. offset[b+1]*widthMult - 1 of src become, in dst, sign(x) *
+ * trunc(|x|^(4/3) * 2^(e/4)) with e = sf[b] - globalGain - 4*sfMult,
+ * limited to 0x7FFFFFFF. Internally P = trunc(|x|^(4/3) * 4096) (a table
+ * below 8192; from 8192 on the magnitude is normalised and its cube root
+ * refined from a polynomial seed in double precision, giving the same
+ * truncated value as the exact power), times one of the four Q30
+ * constants 2^((e&3)/4), shifted right by 42 - floor(e/4) (a shift of 64
+ * or more gives 0; a negative shift, e >= 172, gives 0x7FFFFFFF for any
+ * non-zero x). pScaleFactor has bands entries, pBandOffset bands+1.
+ * Checks: a null pointer (NullPointer), bands < 0 or widthMult < 0
+ * (BadSize); bands == 0 returns nkpStatusOk at once. */
+NKPAC_API nkpStatus nkpsPow43Scale_16s32s_Sf(const nkp16s* pSrc, nkp32s* pDst, const nkp16s* pScaleFactor,
+                                             const nkp32s* pBandOffset, int globalGain, int bands,
+                                             int widthMult, int sfMult);
+
+/* The spreading function of MPEG-1 psychoacoustic model 2 between two band
+ * positions, distance (second - first) * 2^scaleFactor Bark, as one Q15
+ * value saturated to 32767 (distance 0 gives 32767; beyond +12 or -6 on
+ * the spreading axis, 0). Computed in Q23 fixed point with 16-bit power
+ * tables: within one unit of 32768 * 10^(value/10) rounded. Checks: dst
+ * null (NullPointer). Returns nkpStatusOk. */
+NKPAC_API nkpStatus nkpsSpread_16s_Sfs(nkp16s first, nkp16s second, int scaleFactor, nkp16s* pDst);
 /* NKPAC-END vector */
 
 /* ---- Transforms: generic MDCT ------------------------------------------ */
