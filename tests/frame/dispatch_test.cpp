@@ -12,6 +12,11 @@
 #include <dlfcn.h>
 #include <sys/wait.h>
 #include <unistd.h>
+#else
+#define WIN32_LEAN_AND_MEAN
+#include <windows.h>
+
+#include <thread>
 #endif
 
 namespace {
@@ -41,6 +46,12 @@ TEST(CodePath, SelectionNeedsBothSsse3AndMovbe) {
 TEST(CodePath, ActiveRecordMatchesActivePath) {
     // Whatever this machine selected, the export answers with that path's record.
     EXPECT_EQ(nkpacGetLibVersion(), nkpt_nkpacGetLibVersion[nkp_code_path]());
+}
+
+TEST(CodePath, IndexFollowsFeatureMaskAtStart) {
+    // The selection also runs in programs that link the objects statically,
+    // so NKPCORE_CPU_FEATURES steers a whole test run onto either path.
+    EXPECT_EQ(nkp_code_path, nkp::select_code_path(nkpGetEnabledCpuFeatures()));
 }
 
 TEST(Version, RecordsDifferOnlyInPathFields) {
@@ -108,6 +119,66 @@ TEST(CodePath, SharedLibrarySelectsAtLoad) {
     for (const auto& c : kSelection) {
         EXPECT_EQ(path_code_when_loaded_with(c.mask), c.path ? lp : s3) << c.name;
     }
+}
+#else
+// nkpac.dll sits next to the test program. Loading it after the test hook
+// has set nkpcore's mask runs its entry point's selection with that mask;
+// nkpcore.dll is the one this program already uses.
+class LoadedDll {
+public:
+    LoadedDll() : module_(LoadLibraryA("nkpac.dll")) {}
+    ~LoadedDll() {
+        if (module_) FreeLibrary(module_);
+    }
+    LoadedDll(const LoadedDll&) = delete;
+    LoadedDll& operator=(const LoadedDll&) = delete;
+
+    bool loaded() const { return module_ != nullptr; }
+    // The code the active version record names, as the export reports it.
+    std::string path_code() const {
+        auto get = reinterpret_cast<const nkpLibraryVersion* (*)()>(
+            reinterpret_cast<void (*)()>(GetProcAddress(module_, "nkpacGetLibVersion")));
+        return get ? std::string(get()->targetCpu) : "no export";
+    }
+
+private:
+    HMODULE module_;
+};
+
+// Puts the process's own feature mask back whatever a test did.
+struct MaskReset {
+    ~MaskReset() { nkpcoreResetCpuFeatures(); }
+};
+
+TEST(CodePath, DllSelectsAtProcessAttach) {
+    MaskReset reset;
+    const std::string s3 = nkpt_nkpacGetLibVersion[0]()->targetCpu;
+    const std::string lp = nkpt_nkpacGetLibVersion[1]()->targetCpu;
+    ASSERT_EQ(GetModuleHandleA("nkpac.dll"), nullptr) << "the test program must not import nkpac.dll";
+    for (const auto& c : kSelection) {
+        nkpcoreSetCpuFeatures(c.mask);
+        LoadedDll dll;
+        ASSERT_TRUE(dll.loaded()) << c.name << ": LoadLibrary failed, error " << GetLastError();
+        EXPECT_EQ(dll.path_code(), c.path ? lp : s3) << c.name;
+    }
+}
+
+TEST(CodePath, DllChoosesOnlyOnce) {
+    // Thread notifications and a second load of the same module leave the
+    // path as the first attach chose it, even when the mask has changed since.
+    MaskReset reset;
+    const std::string lp = nkpt_nkpacGetLibVersion[1]()->targetCpu;
+    nkpcoreSetCpuFeatures(NKP_CPU_SSSE3 | NKP_CPU_MOVBE);
+    LoadedDll dll;
+    ASSERT_TRUE(dll.loaded());
+    nkpcoreSetCpuFeatures(0);
+    std::string seen_in_thread;
+    std::thread([&] { seen_in_thread = dll.path_code(); }).join();
+    EXPECT_EQ(seen_in_thread, lp);
+    LoadedDll again;
+    ASSERT_TRUE(again.loaded());
+    EXPECT_EQ(again.path_code(), lp);
+    EXPECT_EQ(dll.path_code(), lp);
 }
 #endif
 
