@@ -1,0 +1,97 @@
+// Interleaving and deinterleaving: statuses in order, layout for every
+// route (two channels, pairs, the odd last channel), the alignment warning.
+#include "nkpac.h"
+#include "vector/vector_test_util.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <vector>
+
+namespace {
+
+using nkptest::Buffer;
+
+struct StatusCase {
+    const char* name;
+    bool flat_null, lanes_null, lane1_null;
+    int channels, len;
+    nkpStatus expected;
+};
+
+// Null channel pointers are looked at only after the count and length.
+const StatusCase kStatusCases[] = {
+    {"flat_null", true, false, false, 2, 4, nkpStatusNullPointer},
+    {"lanes_null", false, true, false, 2, 4, nkpStatusNullPointer},
+    {"pointers_before_count", true, false, false, 0, 4, nkpStatusNullPointer},
+    {"zero_channels", false, false, false, 0, 4, nkpStatusBadChannelCount},
+    {"negative_channels", false, false, true, -1, 0, nkpStatusBadChannelCount},
+    {"count_before_length", false, false, false, 0, 0, nkpStatusBadChannelCount},
+    {"zero_length", false, false, true, 2, 0, nkpStatusBadSize},
+    {"negative_length", false, false, false, 2, -5, nkpStatusBadSize},
+    {"null_lane_after_sizes", false, false, true, 2, 4, nkpStatusNullPointer},
+    {"ok", false, false, false, 2, 4, nkpStatusOk},
+};
+
+TEST(Interleave, StatusesInCheckingOrder) {
+    for (const auto& c : kStatusCases) {
+        alignas(16) int16_t flat16[8] = {};
+        alignas(16) int16_t a16[4] = {}, b16[4] = {};
+        alignas(16) float flat32[8] = {};
+        alignas(16) float a32[4] = {}, b32[4] = {};
+        int16_t* lanes16[2] = {a16, c.lane1_null ? nullptr : b16};
+        float* lanes32[2] = {a32, c.lane1_null ? nullptr : b32};
+        int16_t* f16 = c.flat_null ? nullptr : flat16;
+        float* f32 = c.flat_null ? nullptr : flat32;
+        int16_t** l16 = c.lanes_null ? nullptr : lanes16;
+        float** l32 = c.lanes_null ? nullptr : lanes32;
+        EXPECT_EQ(nkpsDeinterleave_16s(f16, c.channels, c.len, l16), c.expected) << c.name;
+        EXPECT_EQ(nkpsDeinterleave_32f(f32, c.channels, c.len, l32), c.expected) << c.name;
+        EXPECT_EQ(nkpsInterleave_16s(l16, c.channels, c.len, f16), c.expected) << c.name;
+        EXPECT_EQ(nkpsInterleave_32f(l32, c.channels, c.len, f32), c.expected) << c.name;
+    }
+}
+
+// Interleaves and splits again for many channel counts and lengths (odd
+// ones included, so the vector loops' tails run), with and without an
+// offset that breaks 16-byte alignment, and checks layout and warning.
+template <typename T, typename Split, typename Merge>
+void check_round_trip(Split split, Merge merge) {
+    for (int channels = 1; channels <= 9; ++channels) {
+        for (int len : {1, 3, 4, 7, 8, 9, 17, 64, 1153}) {
+            for (size_t misalign : {size_t{0}, sizeof(T)}) {
+                Buffer<T> flat(size_t(channels) * len, misalign);
+                std::vector<Buffer<T>> lanes;
+                std::vector<T*> lane_ptrs;
+                for (int c = 0; c < channels; ++c) lanes.emplace_back(len, c == channels - 1 ? misalign : 0);
+                for (auto& l : lanes) lane_ptrs.push_back(l.data());
+                for (size_t i = 0; i < flat.size(); ++i) flat[i] = static_cast<T>(nkptest::random_int(-32768, 32767));
+
+                const nkpStatus warn = misalign ? nkpStatusMisaligned : nkpStatusOk;
+                ASSERT_EQ(split(flat.data(), channels, len, lane_ptrs.data()), warn);
+                for (int c = 0; c < channels; ++c) {
+                    for (int i = 0; i < len; ++i) {
+                        ASSERT_EQ(lanes[c][i], flat[size_t(i) * channels + c]) << channels << " " << len;
+                    }
+                }
+                Buffer<T> back(flat.size(), misalign);
+                ASSERT_EQ(merge(lane_ptrs.data(), channels, len, back.data()), warn);
+                for (size_t i = 0; i < flat.size(); ++i) ASSERT_EQ(back[i], flat[i]) << channels << " " << len;
+            }
+        }
+    }
+}
+
+TEST(Interleave, LayoutAndWarning16s) {
+    check_round_trip<int16_t>(nkpsDeinterleave_16s, [](int16_t** s, int ch, int len, int16_t* d) {
+        return nkpsInterleave_16s(s, ch, len, d);
+    });
+}
+
+TEST(Interleave, LayoutAndWarning32f) {
+    check_round_trip<float>(nkpsDeinterleave_32f, [](float** s, int ch, int len, float* d) {
+        return nkpsInterleave_32f(s, ch, len, d);
+    });
+}
+
+}  // namespace

@@ -1,0 +1,135 @@
+// MakeFloat (mantissa and raw exponent arithmetic) and CalcSF (quarter-power
+// table with its offset limit and wrap-around).
+#include "nkpac.h"
+#include "vector/vector_test_util.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstdint>
+#include <cstring>
+#include <limits>
+
+namespace {
+
+using nkptest::Buffer;
+
+float from_bits(uint32_t bits) {
+    float f;
+    std::memcpy(&f, &bits, sizeof f);
+    return f;
+}
+
+TEST(MakeFloat, StatusesInCheckingOrder) {
+    alignas(16) int16_t m[8] = {1}, e[8] = {};
+    alignas(16) float d[8] = {};
+    EXPECT_EQ(nkpsMakeFloat_16s32f(nullptr, e, 0, d), nkpStatusNullPointer);
+    EXPECT_EQ(nkpsMakeFloat_16s32f(m, nullptr, 8, d), nkpStatusNullPointer);
+    EXPECT_EQ(nkpsMakeFloat_16s32f(m, e, 8, nullptr), nkpStatusNullPointer);
+    EXPECT_EQ(nkpsMakeFloat_16s32f(m, e, 0, d), nkpStatusBadSize);
+    EXPECT_EQ(nkpsMakeFloat_16s32f(m, e, -1, d), nkpStatusBadSize);
+    EXPECT_EQ(d[0], 0.0f);
+    EXPECT_EQ(nkpsMakeFloat_16s32f(m, e, 8, d), nkpStatusOk);
+    EXPECT_EQ(d[0], std::ldexp(1.0f, -15));
+}
+
+// In range: mant * 2^(-15 - exp) exactly. Out of range, what the bit
+// arithmetic gives: the exponent field wraps and the sign bit is dropped.
+TEST(MakeFloat, ExactInRangeAndRawBitArithmeticOutside) {
+    struct Case {
+        int16_t mant, exp;
+        float want;
+    };
+    const float inf = std::numeric_limits<float>::infinity();
+    const Case cases[] = {
+        {16384, 0, 0.5f},
+        {-32768, -15, -32768.0f},
+        {3, 111, 3 * std::ldexp(1.0f, -126)},   // smallest normal factor
+        {3, 112, 0.0f},                         // field reaches 0: factor 0, not 2^-127
+        {1, 113, inf},                          // field wraps to all ones: infinity
+        {-1, 113, -inf},
+        {1, -145, std::ldexp(1.0f, -126)},      // 2^130 wraps past the sign bit to 2^-126
+        {5, -112, 5 * std::ldexp(1.0f, 97)},
+        {1, 256 + 10, std::ldexp(1.0f, -25)},   // only the exponent's low 9 bits count
+    };
+    for (size_t k = 0; k < sizeof cases / sizeof cases[0]; ++k) {
+        // Each case at every position of a 13-long run, so the vector body
+        // and the scalar tail both meet it.
+        Buffer<int16_t> m(13), e(13);
+        Buffer<float> d(13);
+        for (int i = 0; i < 13; ++i) {
+            m[i] = cases[k].mant;
+            e[i] = cases[k].exp;
+        }
+        ASSERT_EQ(nkpsMakeFloat_16s32f(m.data(), e.data(), 13, d.data()), nkpStatusOk);
+        for (int i = 0; i < 13; ++i) EXPECT_EQ(d[i], cases[k].want) << "case " << k << " at " << i;
+    }
+    Buffer<int16_t> m(1), e(1);
+    Buffer<float> d(1);
+    m[0] = 0;
+    e[0] = 113;
+    nkpsMakeFloat_16s32f(m.data(), e.data(), 1, d.data());
+    EXPECT_TRUE(std::isnan(d[0])) << "0 * inf";
+}
+
+TEST(MakeFloat, MisalignedWarningForAnyPointer) {
+    for (int which = 0; which < 4; ++which) {
+        Buffer<int16_t> m(9, which == 1 ? 2 : 0), e(9, which == 2 ? 2 : 0);
+        Buffer<float> d(9, which == 3 ? 4 : 0);
+        for (int i = 0; i < 9; ++i) m[i] = int16_t(i * 1000 - 4000), e[i] = int16_t(i - 3);
+        EXPECT_EQ(nkpsMakeFloat_16s32f(m.data(), e.data(), 9, d.data()),
+                  which ? nkpStatusMisaligned : nkpStatusOk);
+        for (int i = 0; i < 9; ++i) EXPECT_EQ(d[i], std::ldexp(float(m[i]), -15 - e[i]));
+    }
+}
+
+TEST(CalcSF, StatusesInCheckingOrder) {
+    int16_t sf[1] = {0};
+    float d[1] = {-1.0f};
+    EXPECT_EQ(nkpsCalcSF_16s32f(nullptr, 0, d, 0), nkpStatusNullPointer);
+    EXPECT_EQ(nkpsCalcSF_16s32f(sf, 0, nullptr, 1), nkpStatusNullPointer);
+    EXPECT_EQ(nkpsCalcSF_16s32f(sf, 0, d, 0), nkpStatusBadSize);
+    EXPECT_EQ(d[0], -1.0f);
+    EXPECT_EQ(nkpsCalcSF_16s32f(sf, 0, d, 1), nkpStatusOk);
+    EXPECT_EQ(d[0], 1.0f);
+}
+
+// Every table entry is 2^(k/4) rounded once to float (subnormals included).
+TEST(CalcSF, WholeTableAgainstExactPowers) {
+    Buffer<int16_t> sf(1024);
+    Buffer<float> d(1024);
+    for (int k = 0; k < 1024; ++k) sf[k] = int16_t(k - 512 + 100);
+    ASSERT_EQ(nkpsCalcSF_16s32f(sf.data(), 100, d.data(), 1024), nkpStatusOk);
+    for (int k = 0; k < 1024; ++k) {
+        EXPECT_EQ(d[k], static_cast<float>(std::exp2l((k - 512) / 4.0L))) << k;
+    }
+    EXPECT_EQ(d[512], 1.0f);
+    EXPECT_EQ(d[516], 2.0f);
+    EXPECT_EQ(d[0], std::ldexp(1.0f, -128));
+}
+
+TEST(CalcSF, WrapAroundAndOffsetLimit) {
+    struct Case {
+        const char* name;
+        int16_t sf;
+        int offset;
+        long double exponent;  // the quarter-power actually produced
+    };
+    const Case cases[] = {
+        {"sf_equals_offset", -7, -7, 0},
+        {"plus_four", 104, 100, 1},
+        {"top_of_table", 611, 100, 511 / 4.0L},
+        {"one_past_top_wraps_to_bottom", 612, 100, -128},
+        {"one_below_bottom_wraps_to_top", -413, 100, 511 / 4.0L},
+        {"offset_held_at_32255", 0, 40000, (1 - 512) / 4.0L},     // index (sf + 1) & 1023
+        {"offset_held_huge", 1023, 2147483647, (0 - 512) / 4.0L},
+        {"very_negative_offset_wraps", 0, -2147483647 - 1, 0},    // -2^31 = 0 mod 1024
+    };
+    for (const auto& c : cases) {
+        float d = 0;
+        ASSERT_EQ(nkpsCalcSF_16s32f(&c.sf, c.offset, &d, 1), nkpStatusOk) << c.name;
+        EXPECT_EQ(d, static_cast<float>(std::exp2l(c.exponent))) << c.name;
+    }
+}
+
+}  // namespace
