@@ -391,6 +391,114 @@ NKPAC_API nkpStatus nkpsHuffmanDecodeSfbMbp_MP3_1u32s(nkp8u** ppBitStream, int* 
 
 /* ---- MP3 decoder steps: requantisation, joint stereo, synthesis ---------- */
 /* NKPAC-SECTION mp3-decoder */
+/*
+ * The decoder's steps after Huffman decoding, per granule:
+ *   nkpsReQuantize_MP3_32s_I       (each channel)
+ *   nkpsJointStereo_MP3_32s_I      (joint-stereo frames)
+ *   nkpsMDCTInv_MP3_32s            (each channel)
+ *   nkpsSynthesisFilter_MP3_32s16s (each channel)
+ * Fixed point throughout: the requantised spectrum and the subband samples
+ * that the inverse MDCT hands to the synthesis hold 1.0 (the standard's
+ * requantised value 1, and a full-scale subband sample) as 2^25, leaving
+ * 64 times the full-scale range of headroom. Every rounding is to nearest
+ * (ties to even), whatever the caller's floating-point mode (it is restored
+ * on return).
+ *
+ * Band tables of the Sfb variants have the Huffman decoders' layout: rows
+ * id * 3 + samplingFreqIndex (0..2 LSF, 3..5 MPEG-1), 23 long-band
+ * boundaries (0..576) and 14 short-band boundaries of one window (0..192)
+ * per row. The plain variants use the built-in MPEG-1 and MPEG-2 rows; an
+ * MPEG-2.5 decoder passes its own rows through the Sfb variants.
+ */
+
+/* Requantises one granule/channel in place: pSrcDstXr holds the 576
+ * quantised lines from the Huffman decoder and becomes the spectrum
+ * sign(q) |q|^(4/3) 2^(gain/4) * 2^25 (rounded, held within +-(2^31 - 1)),
+ * with global gain, scalefacScale, preflag, subblock gain and the scale
+ * factors of pScaleFactor (the scale-factor reader's layout, 39 values;
+ * negative intensity marks count by their magnitude). Short blocks come out
+ * window-major within each subband (subband sb, window w, line j at
+ * 18 sb + 6 w + j), as nkpsMDCTInv_MP3_32s reads them; the long part of a
+ * mixed block stays in place. *pNonZeroBound (in: the Huffman decoder's
+ * bound; out: one past the last non-zero output line) limits the work;
+ * lines from the returned bound on are zero.
+ * Checks: a null pointer (NullPointer); the bound above 576 (OutOfRange);
+ * blockType above 3, mixedBlock, scalefacScale or preflag above 1,
+ * globalGain above 255 or a subblockGain above 7 (BadMP3SideInfo); id above
+ * 1 or samplingFreqIndex above 2 (BadMP3FrameHeader); a quantised magnitude
+ * above 8206 (DataError: the lines before it may already be requantised). */
+NKPAC_API nkpStatus nkpsReQuantize_MP3_32s_I(nkp32s* pSrcDstXr, int* pNonZeroBound, const nkp8s* pScaleFactor,
+                                             const nkpMP3SideInfo* pSideInfo, const nkpMP3FrameHeader* pFrameHeader);
+/* As nkpsReQuantize_MP3_32s_I with the caller's band tables. */
+NKPAC_API nkpStatus nkpsReQuantizeSfb_MP3_32s_I(nkp32s* pSrcDstXr, int* pNonZeroBound, const nkp8s* pScaleFactor,
+                                                const nkpMP3SideInfo* pSideInfo,
+                                                const nkpMP3FrameHeader* pFrameHeader, const nkp16s* pSfbTableLong,
+                                                const nkp16s* pSfbTableShort);
+
+/* Joint stereo of one granule, in place on both requantised channels
+ * (pSrcDstXr: 576 lines of channel 0, then 576 of channel 1; pNonZeroBound:
+ * their two bounds, both set to the larger on return). Only frames with mode
+ * 1 and a non-zero modeExtension change anything. M/S: left = (m + s)/sqrt 2,
+ * right = (m - s)/sqrt 2. Intensity: in the bands of the right channel above
+ * its highest coded band (per window in short blocks; the long part of a
+ * mixed block only when no short window is coded), the left lines are split
+ * by the position in pScaleFactorR, the right channel's scale factors
+ * (MPEG-1: tan(pos pi/12) ratios, 7 is illegal; LSF: powers of 2^-1/4 or
+ * 2^-1/2 by scalefacCompress bit 0, negative values are the reader's
+ * illegal-position marks). The top long band and the top short band take
+ * the position of the band below. Bands with an illegal position get M/S
+ * when it is on. pSideInfo: the granule's two records (channel 0, 1); the
+ * right channel's block type decides the band layout.
+ * Checks: a null pointer (NullPointer); a bound above 576 (OutOfRange); a
+ * blockType above 3, mixedBlock above 1 or scalefacCompress above 511 in
+ * either record (BadMP3SideInfo); id above 1, samplingFreqIndex above 2,
+ * mode or modeExtension above 3 (BadMP3FrameHeader). */
+NKPAC_API nkpStatus nkpsJointStereo_MP3_32s_I(nkp32s* pSrcDstXr, int* pNonZeroBound, const nkp8s* pScaleFactorR,
+                                              const nkpMP3SideInfo* pSideInfo, const nkpMP3FrameHeader* pFrameHeader);
+/* As nkpsJointStereo_MP3_32s_I with the caller's band tables. */
+NKPAC_API nkpStatus nkpsJointStereoSfb_MP3_32s_I(nkp32s* pSrcDstXr, int* pNonZeroBound, const nkp8s* pScaleFactorR,
+                                                 const nkpMP3SideInfo* pSideInfo,
+                                                 const nkpMP3FrameHeader* pFrameHeader,
+                                                 const nkp16s* pSfbTableLong, const nkp16s* pSfbTableShort);
+
+/* The hybrid filter bank of one granule/channel. pSrcXr: 576 spectral
+ * lines, 18 per subband (alias reduction works on them in place); pDstY: 576
+ * subband samples, subband sb at time slot k in element sb + 32 k;
+ * pSrcDstOverlapAdd: 576 values kept per channel between granules (zero at
+ * the start); nonZeroBound 0..576 sets the number of subbands transformed, n
+ * (ceil(nz/18) for short blocks, at least 2 when mixed; floor((nz+8)/18)+1
+ * otherwise; at most 32); *pPrevNumOfImdct (per channel, 0 at the start)
+ * holds the previous granule's n and becomes this one's. Subbands up to the
+ * previous n still empty their overlap; the rest of the output is zero. Odd
+ * time slots of odd subbands are negated (frequency inversion). Outputs
+ * keep the input's scale (1.0 = 2^25). Checks: a null pointer
+ * (NullPointer); nonZeroBound above 576, blockType above 3, mixedBlock
+ * above 1 or a previous count above 32 (OutOfRange). */
+NKPAC_API nkpStatus nkpsMDCTInv_MP3_32s(nkp32s* pSrcXr, nkp32s* pDstY, nkp32s* pSrcDstOverlapAdd, int nonZeroBound,
+                                        int* pPrevNumOfImdct, int blockType, int mixedBlock);
+
+/* The windowed inverse MDCT of one subband: 18 values in, 36 out (blockType
+ * 0 normal, 1 start, 3 stop window; 2: three short windows overlap-added
+ * into outputs 6..29). No checks; blockType must be 0..3. */
+NKPAC_API nkpStatus nkpsMDCTInvWindow_MP3_32s(const nkp32s* pSrc, nkp32s* pDst, int blockType);
+
+/* Polyphase synthesis state of one channel (16-byte aligned inside the
+ * caller's buffer of the size GetSize reports; Init clears the history). */
+typedef struct nkpMP3SynthesisState nkpMP3SynthesisState;
+
+NKPAC_API nkpStatus nkpsSynthesisFilterGetSize_MP3_16s(int* pSize);
+NKPAC_API nkpStatus nkpsSynthesisFilterInit_MP3_16s(nkpMP3SynthesisState* pState);
+NKPAC_API nkpStatus nkpsSynthesisFilterInitAlloc_MP3_16s(nkpMP3SynthesisState** ppState);
+NKPAC_API nkpStatus nkpsSynthesisFilterFree_MP3_16s(nkpMP3SynthesisState* pState);
+
+/* 18 time slots of 32 subband samples (pSrc, element sb + 32 k, 1.0 =
+ * 2^25, as nkpsMDCTInv_MP3_32s leaves them) to 576 PCM samples, rounded and
+ * saturated to 16 bits, written to pDst[i * channelStep] (1: mono; 2: one
+ * channel of an interleaved stereo buffer). Checks: a null pointer
+ * (NullPointer); channelStep not 1 or 2 (OutOfRange); a state that Init did
+ * not make (WrongObject). */
+NKPAC_API nkpStatus nkpsSynthesisFilter_MP3_32s16s(const nkp32s* pSrc, nkp16s* pDst, int channelStep,
+                                                   nkpMP3SynthesisState* pState);
 /* NKPAC-END mp3-decoder */
 
 #ifdef __cplusplus

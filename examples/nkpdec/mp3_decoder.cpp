@@ -1,0 +1,384 @@
+// nkpdec's decoding loop (see mp3_decoder.h).
+#include "mp3_decoder.h"
+
+#include <cstdio>
+#include <cstring>
+
+namespace nkpdec {
+namespace {
+
+// ---- Frame headers --------------------------------------------------------
+
+const int kRates[3] = {44100, 48000, 32000};
+// Bit rates in kbit/s by [MPEG-1 ? 0 : 1][layer - 1][index].
+const int kKbps[2][3][15] = {
+    {{0, 32, 64, 96, 128, 160, 192, 224, 256, 288, 320, 352, 384, 416, 448},
+     {0, 32, 48, 56, 64, 80, 96, 112, 128, 160, 192, 224, 256, 320, 384},
+     {0, 32, 40, 48, 56, 64, 80, 96, 112, 128, 160, 192, 224, 256, 320}},
+    {{0, 32, 48, 56, 64, 80, 96, 112, 128, 144, 160, 176, 192, 224, 256},
+     {0, 8, 16, 24, 32, 40, 48, 56, 64, 80, 96, 112, 128, 144, 160},
+     {0, 8, 16, 24, 32, 40, 48, 56, 64, 80, 96, 112, 128, 144, 160}},
+};
+
+// MPEG-2.5 band tables in the layout of the Sfb functions: rows id * 3 +
+// samplingFreqIndex, so rows 0..2 (11025, 12000, 8000 Hz); rows 3..5 repeat
+// them and are never used for these streams.
+const nkp16s kLong25[3][23] = {
+    {0, 6, 12, 18, 24, 30, 36, 44, 54, 66, 80, 96, 116, 140, 168, 200, 238, 284, 336, 396, 464, 522, 576},
+    {0, 6, 12, 18, 24, 30, 36, 44, 54, 66, 80, 96, 116, 140, 168, 200, 238, 284, 336, 396, 464, 522, 576},
+    {0, 12, 24, 36, 48, 60, 72, 88, 108, 132, 160, 192, 232, 280, 336, 400, 476, 566, 568, 570, 572, 574, 576},
+};
+const nkp16s kShort25[3][14] = {
+    {0, 4, 8, 12, 18, 26, 36, 48, 62, 80, 104, 134, 174, 192},
+    {0, 4, 8, 12, 18, 26, 36, 48, 62, 80, 104, 134, 174, 192},
+    {0, 8, 16, 24, 36, 52, 72, 96, 124, 160, 162, 164, 166, 192},
+};
+
+struct RawHeader {
+    int version;  // 1, 2, 25
+    int layer;    // 1..3
+    int rate_index;
+    int bitrate_index;
+    int padding;
+    int mode;
+};
+
+bool parse(const uint8_t* p, RawHeader* h) {
+    if (p[0] != 0xFF || (p[1] & 0xE0) != 0xE0) return false;
+    const int v = (p[1] >> 3) & 3, l = (p[1] >> 1) & 3;
+    const int b = p[2] >> 4, s = (p[2] >> 2) & 3;
+    if (v == 1 || l == 0 || b == 15 || s == 3) return false;
+    h->version = v == 3 ? 1 : v == 2 ? 2 : 25;
+    h->layer = 4 - l;
+    h->rate_index = s;
+    h->bitrate_index = b;
+    h->padding = (p[2] >> 1) & 1;
+    h->mode = p[3] >> 6;
+    return true;
+}
+
+int sample_rate(const RawHeader& h) {
+    return kRates[h.rate_index] / (h.version == 1 ? 1 : h.version == 2 ? 2 : 4);
+}
+
+int kbps(const RawHeader& h) { return kKbps[h.version == 1 ? 0 : 1][h.layer - 1][h.bitrate_index]; }
+
+// Frame length from the bit rate (0 for free format).
+int coded_length(const RawHeader& h) {
+    const int br = kbps(h), sr = sample_rate(h);
+    if (br == 0) return 0;
+    if (h.layer == 1) return (12000 * br / sr + h.padding) * 4;
+    if (h.layer == 3 && h.version != 1) return 72000 * br / sr + h.padding;
+    return 144000 * br / sr + h.padding;
+}
+
+bool same_stream(const RawHeader& a, const RawHeader& b) {
+    return a.version == b.version && a.layer == b.layer && a.rate_index == b.rate_index &&
+           (a.bitrate_index == 0) == (b.bitrate_index == 0);
+}
+
+// Walks the frames of a stream: sync search, free-format lengths, and a
+// check that a first frame is followed by another of the same stream.
+class FrameWalker {
+public:
+    FrameWalker(const uint8_t* data, size_t size) : data_(data), size_(size) { pos_ = skip_id3(); }
+
+    // The next frame; false at the end. *junk gets the bytes skipped before it.
+    bool next(size_t* start, int* length, RawHeader* h, size_t* junk) {
+        *junk = 0;
+        while (pos_ + 4 <= size_) {
+            RawHeader cur;
+            if (!parse(data_ + pos_, &cur)) {
+                ++pos_;
+                ++*junk;
+                continue;
+            }
+            int len = coded_length(cur);
+            if (len == 0) len = free_length(cur);
+            if (len < 4) {
+                ++pos_;
+                ++*junk;
+                continue;
+            }
+            // A frame that does not belong to the locked stream must be
+            // confirmed by the header that follows it.
+            const bool follows = locked_ && same_stream(cur, lock_);
+            if (!follows && pos_ + len + 4 <= size_) {
+                RawHeader nxt;
+                if (!parse(data_ + pos_ + len, &nxt) || !same_stream(cur, nxt)) {
+                    ++pos_;
+                    ++*junk;
+                    continue;
+                }
+            }
+            locked_ = true;
+            lock_ = cur;
+            if (cur.bitrate_index == 0) free_base_ = len - cur.padding;
+            *start = pos_;
+            *length = len;
+            *h = cur;
+            pos_ += static_cast<size_t>(len);
+            return true;
+        }
+        *junk += size_ - pos_ < 4 ? size_ - pos_ : 0;
+        pos_ = size_;
+        return false;
+    }
+
+private:
+    size_t skip_id3() const {
+        if (size_ >= 10 && std::memcmp(data_, "ID3", 3) == 0) {
+            const size_t n = (static_cast<size_t>(data_[6] & 0x7F) << 21) | (static_cast<size_t>(data_[7] & 0x7F) << 14) |
+                             (static_cast<size_t>(data_[8] & 0x7F) << 7) | (data_[9] & 0x7F);
+            const size_t total = 10 + n + ((data_[5] & 0x10) ? 10 : 0);
+            return total < size_ ? total : size_;
+        }
+        return 0;
+    }
+
+    // Free format: the distance to the next header of the same stream.
+    int free_length(const RawHeader& h) const {
+        const size_t limit = pos_ + 2882 < size_ ? pos_ + 2882 : size_;
+        for (size_t q = pos_ + 21; q + 4 <= limit; ++q) {
+            RawHeader n;
+            if (parse(data_ + q, &n) && same_stream(h, n) && n.bitrate_index == 0 && n.mode == h.mode)
+                return static_cast<int>(q - pos_);
+        }
+        // The last frame: the previous length, or what is left.
+        if (free_base_ > 0) return free_base_ + h.padding;
+        return static_cast<int>(size_ - pos_);
+    }
+
+    const uint8_t* data_;
+    size_t size_;
+    size_t pos_ = 0;
+    bool locked_ = false;
+    RawHeader lock_{};
+    int free_base_ = 0;
+};
+
+// ---- Decoding -----------------------------------------------------------------
+
+constexpr int kReservoirKeep = 4096;     // more than any main_data_begin reaches back
+constexpr int kReservoirCap = 4 * 4096;  // room for the kept bytes plus frames
+constexpr int kReadSlack = 2048;         // zeros after the data for the readers' look-ahead
+
+}  // namespace
+
+struct Decoder::Impl {
+    alignas(16) nkp32s xr[2][576];
+    alignas(16) nkp32s subband[576];
+    alignas(16) nkp32s overlap[2][576];
+    alignas(16) nkp16s pcm[2 * 1152];
+    nkp8s sf[2][40];
+    int prev_imdct[2] = {0, 0};
+    nkpMP3SynthesisState* synth[2] = {nullptr, nullptr};
+    uint8_t reservoir[kReservoirCap + kReadSlack];
+    int reservoir_len = 0;
+    SubbandTap tap = nullptr;
+    void* tap_user = nullptr;
+    nkp16s long25[6 * 23];
+    nkp16s short25[6 * 14];
+
+    Impl() {
+        for (int r = 0; r < 6; ++r) {
+            std::memcpy(long25 + 23 * r, kLong25[r % 3], sizeof(kLong25[0]));
+            std::memcpy(short25 + 14 * r, kShort25[r % 3], sizeof(kShort25[0]));
+        }
+        for (auto& s : synth) nkpsSynthesisFilterInitAlloc_MP3_16s(&s);
+        reset();
+    }
+    ~Impl() {
+        for (auto s : synth)
+            if (s) nkpsSynthesisFilterFree_MP3_16s(s);
+    }
+
+    void reset() {
+        std::memset(overlap, 0, sizeof(overlap));
+        std::memset(reservoir, 0, sizeof(reservoir));
+        std::memset(sf, 0, sizeof(sf));
+        prev_imdct[0] = prev_imdct[1] = 0;
+        reservoir_len = 0;
+        for (auto s : synth)
+            if (s) nkpsSynthesisFilterInit_MP3_16s(s);
+    }
+
+    // Appends a frame's main data, keeping the reservoir's tail.
+    void append(const uint8_t* p, int n) {
+        if (n > kReservoirCap - kReservoirKeep) n = kReservoirCap - kReservoirKeep;
+        if (reservoir_len + n > kReservoirCap) {
+            std::memmove(reservoir, reservoir + reservoir_len - kReservoirKeep, kReservoirKeep);
+            reservoir_len = kReservoirKeep;
+        }
+        std::memcpy(reservoir + reservoir_len, p, static_cast<size_t>(n));
+        reservoir_len += n;
+        std::memset(reservoir + reservoir_len, 0, kReadSlack);
+    }
+
+    // The hybrid filter bank and synthesis of one granule and channel.
+    void output(int ch, int nz, int block_type, int mixed, int step, nkp16s* dst) {
+        nkpsMDCTInv_MP3_32s(xr[ch], subband, overlap[ch], nz, &prev_imdct[ch], block_type, mixed);
+        if (tap) tap(ch, subband, tap_user);
+        nkpsSynthesisFilter_MP3_32s16s(subband, dst, step, synth[ch]);
+    }
+};
+
+Decoder::Decoder() : impl_(new Impl) {}
+Decoder::~Decoder() { delete impl_; }
+void Decoder::reset() { impl_->reset(); }
+void Decoder::set_subband_tap(SubbandTap tap, void* user) {
+    impl_->tap = tap;
+    impl_->tap_user = user;
+}
+
+StreamInfo Decoder::scan(const uint8_t* data, size_t size) {
+    StreamInfo info;
+    FrameWalker walker(data, size);
+    size_t start, junk;
+    int len;
+    RawHeader h;
+    while (walker.next(&start, &len, &h, &junk)) {
+        if (h.layer != 3) {
+            ++info.other_layers;
+            continue;
+        }
+        if (info.frames++ == 0) info.sample_rate = sample_rate(h);
+        const int ch = h.mode == 3 ? 1 : 2;
+        if (ch > info.channels) info.channels = ch;
+        if (start + static_cast<size_t>(len) > size) info.truncated = true;
+    }
+    return info;
+}
+
+Report Decoder::decode(const uint8_t* data, size_t size, PcmSink& sink,
+                       void (*progress)(size_t done, size_t total, void* user), void* user) {
+    Report report;
+    Impl& d = *impl_;
+    FrameWalker walker(data, size);
+    size_t start, junk;
+    int len;
+    RawHeader h;
+    int index = 0;
+    char msg[160];
+    auto warn = [&](const char* what) {
+        std::snprintf(msg, sizeof(msg), "frame %d: %s", index, what);
+        report.warnings.emplace_back(msg);
+    };
+    // The frame's bytes with room for the readers' look-ahead.
+    std::vector<uint8_t> frame(2 * 2882 + kReadSlack);
+
+    while (walker.next(&start, &len, &h, &junk)) {
+        if (junk > 0) {
+            std::snprintf(msg, sizeof(msg), "skipped %zu bytes that are not frames of the stream", junk);
+            report.warnings.emplace_back(msg);
+        }
+        if (h.layer != 3) continue;
+        const size_t avail = size - start < static_cast<size_t>(len) ? size - start : static_cast<size_t>(len);
+        if (avail < static_cast<size_t>(len)) warn("truncated: the stream ends inside this frame");
+        std::memset(frame.data(), 0, frame.size());
+        std::memcpy(frame.data(), data + start, avail);
+
+        nkpMP3FrameHeader hdr{};
+        nkpMP3SideInfo si[4]{};
+        int scfsi[8] = {};
+        int main_begin = 0, private_bits = 0;
+        nkp8u* p = frame.data();
+        nkpsUnpackFrameHeader_MP3(&p, &hdr);
+        const int nch = hdr.mode == 3 ? 1 : 2;
+        const int granules = hdr.id == 1 ? 2 : 1;
+        const bool mpeg25 = h.version == 25;
+        const int step = nch;
+        bool conceal = false;
+        if (nkpsUnpackSideInfo_MP3(&p, si, &main_begin, &private_bits, scfsi, &hdr) != nkpStatusOk) {
+            warn("impossible side information; frame replaced by silence");
+            conceal = true;
+        }
+        const int side_bytes = hdr.id == 1 ? (nch == 1 ? 17 : 32) : (nch == 1 ? 9 : 17);
+        const int header_bytes = hdr.protectionBit == 0 ? 6 : 4;
+        const int main_bytes = static_cast<int>(avail) - header_bytes - side_bytes;
+        if (main_bytes < 0) {
+            if (!conceal) warn("frame shorter than its side information; replaced by silence");
+            conceal = true;
+        }
+        // The main data join the reservoir even when this frame cannot be
+        // decoded: later frames may reach back into them.
+        if (main_bytes >= 0) d.append(frame.data() + header_bytes + side_bytes, main_bytes);
+        if (!conceal && main_begin > d.reservoir_len - main_bytes) {
+            warn("main data begin before the first byte received (bit reservoir); frame replaced by silence");
+            conceal = true;
+        }
+        const int main_start = conceal ? 0 : d.reservoir_len - main_bytes - main_begin;
+        const long end_bits = conceal ? 0 : static_cast<long>(d.reservoir_len - main_start) * 8;
+        long bit = 0;
+
+        for (int gr = 0; gr < granules; ++gr) {
+            int nz[2] = {0, 0};
+            bool good[2] = {false, false};
+            for (int ch = 0; ch < nch; ++ch) {
+                nkpMP3SideInfo& s = si[gr * nch + ch];
+                std::memset(d.xr[ch], 0, sizeof(d.xr[ch]));
+                if (conceal) continue;
+                const long start_bit = bit;
+                bit += s.part23Length;
+                if (bit > end_bits) {
+                    warn("granule data run past the frame's main data; granule replaced by silence");
+                    ++report.concealed;
+                    continue;
+                }
+                nkp8u* q = d.reservoir + main_start + start_bit / 8;
+                int off = static_cast<int>(start_bit % 8);
+                if (nkpsUnpackScaleFactors_MP3_1u8s(&q, &off, d.sf[ch], &s, scfsi + 4 * ch, &hdr, gr, ch) !=
+                    nkpStatusOk) {
+                    warn("bad scale-factor selection; granule replaced by silence");
+                    ++report.concealed;
+                    continue;
+                }
+                const long used = (q - (d.reservoir + main_start)) * 8L + off - start_bit;
+                const int huff = static_cast<int>(s.part23Length - used);
+                nkpStatus st;
+                if (huff < 0) {
+                    st = nkpStatusDataError;
+                } else if (mpeg25) {
+                    st = nkpsHuffmanDecodeSfb_MP3_1u32s(&q, &off, d.xr[ch], &nz[ch], &s, &hdr, huff, d.long25);
+                } else {
+                    st = nkpsHuffmanDecode_MP3_1u32s(&q, &off, d.xr[ch], &nz[ch], &s, &hdr, huff);
+                }
+                if (st == nkpStatusOk) {
+                    st = mpeg25 ? nkpsReQuantizeSfb_MP3_32s_I(d.xr[ch], &nz[ch], d.sf[ch], &s, &hdr, d.long25,
+                                                             d.short25)
+                                : nkpsReQuantize_MP3_32s_I(d.xr[ch], &nz[ch], d.sf[ch], &s, &hdr);
+                }
+                if (st != nkpStatusOk) {
+                    warn("undecodable granule (bad Huffman data or side information); replaced by silence");
+                    ++report.concealed;
+                    std::memset(d.xr[ch], 0, sizeof(d.xr[ch]));
+                    nz[ch] = 0;
+                    continue;
+                }
+                good[ch] = true;
+            }
+            if (nch == 2 && hdr.mode == 1 && good[0] && good[1]) {
+                const nkpMP3SideInfo* pair = &si[gr * 2];
+                if (mpeg25)
+                    nkpsJointStereoSfb_MP3_32s_I(&d.xr[0][0], nz, d.sf[1], pair, &hdr, d.long25, d.short25);
+                else
+                    nkpsJointStereo_MP3_32s_I(&d.xr[0][0], nz, d.sf[1], pair, &hdr);
+            }
+            for (int ch = 0; ch < nch; ++ch) {
+                const nkpMP3SideInfo& s = si[gr * nch + ch];
+                const bool ok = good[ch];
+                d.output(ch, ok ? nz[ch] : 0, ok ? s.blockType : 0, ok ? s.mixedBlock : 0, step,
+                         d.pcm + gr * 576 * nch + ch);
+            }
+        }
+        if (conceal) ++report.concealed;
+        sink.frame(d.pcm, 576 * granules, nch, sample_rate(h));
+        ++report.frames;
+        ++index;
+        if (progress && (index & 63) == 0) progress(start + avail, size, user);
+    }
+    if (progress) progress(size, size, user);
+    return report;
+}
+
+}  // namespace nkpdec

@@ -1,0 +1,151 @@
+// The hybrid filter bank of the MP3 decoder: alias reduction, the 36- and
+// 12-point inverse MDCTs with their windows, overlap-add and frequency
+// inversion, all on 32-bit integers with double-precision transforms.
+#include "frame/exports.h"
+#include "mp3/decoder_tables.h"
+#include "mp3/fp_mode.h"
+
+#include <emmintrin.h>
+
+#include <cstdint>
+
+namespace nkp {
+namespace {
+
+using mp3::kImdctLong;
+using mp3::kImdctLongMap;
+using mp3::kImdctLongWindow;
+using mp3::kImdctShort;
+
+// Window row of a long-transform block type: 0 normal, 1 start, 3 stop.
+inline int window_row(int block_type) { return block_type == 3 ? 2 : block_type == 1 ? 1 : 0; }
+
+// Pre-additions of the fast 36-point transform, in wrapping 32-bit
+// arithmetic: y_i = x_i + x_(i-1), then z_i = y_i + y_(i-2) for odd i >= 3.
+inline void pre_add(const int32_t* x, uint32_t* z) {
+    z[0] = static_cast<uint32_t>(x[0]);
+    for (int i = 1; i < 18; ++i) z[i] = static_cast<uint32_t>(x[i]) + static_cast<uint32_t>(x[i - 1]);
+    for (int i = 17; i >= 3; i -= 2) z[i] += z[i - 2];
+}
+
+// 18 values in, 36 windowed outputs, each rounded to the nearest integer
+// (out-of-range values give INT32_MIN, the conversion's overflow value).
+void long_transform(const int32_t* x, int32_t* out, int row) {
+    uint32_t z[18];
+    pre_add(x, z);
+    __m128d acc[9];
+    for (auto& a : acc) a = _mm_setzero_pd();
+    for (int j = 0; j < 18; ++j) {
+        const __m128d zj = _mm_set1_pd(static_cast<double>(static_cast<int32_t>(z[j])));
+        const double* b = kImdctLong + 18 * j;
+        for (int r = 0; r < 9; ++r) acc[r] = _mm_add_pd(acc[r], _mm_mul_pd(_mm_loadu_pd(b + 2 * r), zj));
+    }
+    alignas(16) double u[18];
+    for (int r = 0; r < 9; ++r) _mm_store_pd(u + 2 * r, acc[r]);
+    const double* w = kImdctLongWindow[row];
+    for (int n = 0; n < 36; n += 4) {
+        const __m128d a = _mm_mul_pd(_mm_set_pd(u[kImdctLongMap[n + 1]], u[kImdctLongMap[n]]), _mm_loadu_pd(w + n));
+        const __m128d b =
+            _mm_mul_pd(_mm_set_pd(u[kImdctLongMap[n + 3]], u[kImdctLongMap[n + 2]]), _mm_loadu_pd(w + n + 2));
+        const __m128i ia = _mm_cvtpd_epi32(a), ib = _mm_cvtpd_epi32(b);
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(out + n), _mm_unpacklo_epi64(ia, ib));
+    }
+}
+
+// Three short windows of six values (window-major) overlap-added into
+// outputs 6..29; outputs 0..5 and 30..35 are zero.
+void short_transform(const int32_t* x, int32_t* out) {
+    alignas(16) double acc[36] = {};
+    for (int w = 0; w < 3; ++w) {
+        const int32_t* xw = x + 6 * w;
+        for (int n = 0; n < 12; ++n) {
+            const double* m = kImdctShort + 6 * n;
+            double s = 0.0;
+            for (int k = 0; k < 6; ++k) s += m[k] * static_cast<double>(xw[k]);
+            acc[6 + 6 * w + n] += s;
+        }
+    }
+    for (int n = 0; n < 36; n += 2) {
+        const __m128i v = _mm_cvtpd_epi32(_mm_load_pd(acc + n));
+        _mm_storel_epi64(reinterpret_cast<__m128i*>(out + n), v);
+    }
+}
+
+// The eight butterflies across the border below subband sb (sb >= 1).
+void alias_border(int32_t* x, int sb) {
+    int32_t* below = x + 18 * sb - 1;
+    int32_t* above = x + 18 * sb;
+    for (int i = 0; i < 8; ++i) {
+        // Held as halves with doubled inputs: the products are the same.
+        const double a = 2.0 * below[-i], b = 2.0 * above[i];
+        const double hs = 0.5 * mp3::kAliasCs[i], ha = 0.5 * mp3::kAliasCa[i];
+        const double na = a * hs - b * ha;
+        const double nb = b * hs + a * ha;
+        below[-i] = _mm_cvtsd_si32(_mm_set_sd(na));
+        above[i] = _mm_cvtsd_si32(_mm_set_sd(nb));
+    }
+}
+
+}  // namespace
+
+nkpStatus nkpsMDCTInv_MP3_32s(nkp32s* pSrcXr, nkp32s* pDstY, nkp32s* pSrcDstOverlapAdd, int nonZeroBound,
+                              int* pPrevNumOfImdct, int blockType, int mixedBlock) {
+    if (!pSrcXr || !pDstY || !pSrcDstOverlapAdd || !pPrevNumOfImdct) return nkpStatusNullPointer;
+    const int prev = *pPrevNumOfImdct;
+    if (static_cast<unsigned>(nonZeroBound) > 576 || static_cast<unsigned>(blockType) > 3 ||
+        static_cast<unsigned>(mixedBlock) > 1 || static_cast<unsigned>(prev) > 32)
+        return nkpStatusOutOfRange;
+    mp3::NearestRounding rounding;
+
+    const uint32_t nz = static_cast<uint32_t>(nonZeroBound);
+    int n;
+    if (blockType == 2) {
+        n = static_cast<int>((nz * 3641 + 61897) >> 16);  // ceil(nz / 18)
+        if (mixedBlock && n < 2) n = 2;
+    } else {
+        n = static_cast<int>((nz * 3641 + 29128) >> 16) + 1;  // floor((nz + 8) / 18) + 1
+    }
+    if (n > 32) n = 32;
+
+    if (blockType != 2) {
+        for (int sb = 1; sb < n; ++sb) alias_border(pSrcXr, sb);
+    } else if (mixedBlock) {
+        alias_border(pSrcXr, 1);
+    }
+
+    const int last = prev > n ? prev : n;
+    const int row = window_row(blockType);
+    alignas(16) int32_t t[36];
+    for (int sb = 0; sb < last; ++sb) {
+        int32_t* overlap = pSrcDstOverlapAdd + 18 * sb;
+        if (sb >= n) {
+            for (int k = 0; k < 36; ++k) t[k] = 0;
+        } else if (blockType == 2 && !(mixedBlock && sb < 2)) {
+            short_transform(pSrcXr + 18 * sb, t);
+        } else {
+            long_transform(pSrcXr + 18 * sb, t, (mixedBlock && sb < 2) ? 0 : row);
+        }
+        const uint32_t flip = (sb & 1) ? 1u : 0u;
+        for (int k = 0; k < 18; ++k) {
+            uint32_t v = static_cast<uint32_t>(t[k]) + static_cast<uint32_t>(overlap[k]);
+            if (flip & static_cast<uint32_t>(k)) v = 0u - v;  // odd slot of an odd subband
+            pDstY[sb + 32 * k] = static_cast<int32_t>(v);
+            overlap[k] = t[18 + k];
+        }
+    }
+    *pPrevNumOfImdct = n;
+    for (int sb = last; sb < 32; ++sb)
+        for (int k = 0; k < 18; ++k) pDstY[sb + 32 * k] = 0;
+    return nkpStatusOk;
+}
+
+nkpStatus nkpsMDCTInvWindow_MP3_32s(const nkp32s* pSrc, nkp32s* pDst, int blockType) {
+    mp3::NearestRounding rounding;
+    if (blockType == 2)
+        short_transform(pSrc, pDst);
+    else
+        long_transform(pSrc, pDst, window_row(blockType));
+    return nkpStatusOk;
+}
+
+}  // namespace nkp
