@@ -143,7 +143,8 @@ int main(int argc, char** argv) {
     };
     // The mono streams with long, short and mixed blocks, scale-factor
     // selection and every Huffman table; the others check the result.
-    const Item items[] = {{"l3-compl", 1, 0}, {"l3-si", 1, 0}, {"l3-si_block", 1, 0}, {"l3-si_huff", 1, 0}};
+    const Item items[] = {{"l3-compl", 1, 0},   {"l3-si", 1, 0}, {"l3-si_block", 1, 0},
+                          {"l3-si_huff", 1, 0}, {"l3-sin1k0db", 2, 2304}};
     static Fit fit;
     for (const Item& it : items) {
         if (argc > 2) {  // only the streams named after the directory

@@ -34,6 +34,11 @@ const nkp16s kShort25[3][14] = {
     {0, 8, 16, 24, 36, 52, 72, 96, 124, 160, 162, 164, 166, 192},
 };
 
+// Mixed blocks: long bands below line 36, then no further short steps, so
+// that region 0 of a window-switched granule ends at line 36 (8 kHz: 3 long
+// bands of 12 lines; 11.025 and 12 kHz: 6 of 6).
+const nkp16s kMixed25[3][2] = {{6, 0}, {6, 0}, {3, 0}};
+
 struct RawHeader {
     int version;  // 1, 2, 25
     int layer;    // 1..3
@@ -179,11 +184,13 @@ struct Decoder::Impl {
     void* tap_user = nullptr;
     nkp16s long25[6 * 23];
     nkp16s short25[6 * 14];
+    nkp16s mixed25[6 * 2];
 
     Impl() {
         for (int r = 0; r < 6; ++r) {
             std::memcpy(long25 + 23 * r, kLong25[r % 3], sizeof(kLong25[0]));
             std::memcpy(short25 + 14 * r, kShort25[r % 3], sizeof(kShort25[0]));
+            std::memcpy(mixed25 + 2 * r, kMixed25[r % 3], sizeof(kMixed25[0]));
         }
         for (auto& s : synth) nkpsSynthesisFilterInitAlloc_MP3_16s(&s);
         reset();
@@ -222,6 +229,9 @@ struct Decoder::Impl {
         nkpsSynthesisFilter_MP3_32s16s(subband, dst, step, synth[ch]);
     }
 };
+
+const nkp16s* mpeg25_long_bands() { return &kLong25[0][0]; }
+const nkp16s* mpeg25_short_bands() { return &kShort25[0][0]; }
 
 Decoder::Decoder() : impl_(new Impl) {}
 Decoder::~Decoder() { delete impl_; }
@@ -339,7 +349,10 @@ Report Decoder::decode(const uint8_t* data, size_t size, PcmSink& sink,
                 if (huff < 0) {
                     st = nkpStatusDataError;
                 } else if (mpeg25) {
-                    st = nkpsHuffmanDecodeSfb_MP3_1u32s(&q, &off, d.xr[ch], &nz[ch], &s, &hdr, huff, d.long25);
+                    // Region 0 of window-switched granules depends on the
+                    // MPEG-2.5 bands too (8 kHz bands are twice as wide).
+                    st = nkpsHuffmanDecodeSfbMbp_MP3_1u32s(&q, &off, d.xr[ch], &nz[ch], &s, &hdr, huff, d.long25,
+                                                           d.short25, d.mixed25);
                 } else {
                     st = nkpsHuffmanDecode_MP3_1u32s(&q, &off, d.xr[ch], &nz[ch], &s, &hdr, huff);
                 }

@@ -47,6 +47,11 @@ struct Report {
     std::vector<std::string> warnings;
 };
 
+// The MPEG-2.5 band tables nkpdec passes to the Sfb functions (6 rows,
+// id * 3 + samplingFreqIndex, of 23 long and 14 short boundaries).
+const nkp16s* mpeg25_long_bands();
+const nkp16s* mpeg25_short_bands();
+
 class Decoder {
 public:
     Decoder();
