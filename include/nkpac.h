@@ -194,19 +194,21 @@ NKPAC_API nkpStatus nkpsCalcSF_16s32f(const nkp16s* pSrc, int offset, nkp32f* pD
 
 /* dst[i] = |src[i]|^(3/4) through the processor's reciprocal-square-root
  * estimate, a * rsqrt(a) * rsqrt(rsqrt(a)) with no refinement (relative
- * error about 2^-11); |src[i]| <= 1.0e-37 (and NaN) gives 0. Floating-point
- * exceptions are masked during the call. Checks: a null pointer
+ * error about 2^-11); |src[i]| <= 1.0e-37 (and NaN) gives 0, infinity NaN.
+ * Floating-point exceptions are masked during the call. Checks: a null pointer
  * (NullPointer), len < 1 (BadSize). Misaligned: src or dst. */
 NKPAC_API nkpStatus nkpsPow34_32f(const nkp32f* pSrc, nkp32f* pDst, int len);
-/* As nkpsPow34_32f, then saturated to 32767 and rounded to 16 bits. */
+/* As nkpsPow34_32f, then saturated to 32767 (infinity included) and rounded
+ * to 16 bits. */
 NKPAC_API nkpStatus nkpsPow34_32f16s(const nkp32f* pSrc, nkp16s* pDst, int len);
 
 /* dst[i] = (|src[i]| * 2^inScale)^(3/4) * 2^-outScale, rounded to nearest
  * (ties to even) and saturated to 32767; 0 stays 0. Fixed point: the
  * mantissa's 3/4 power is interpolated in a 257-entry Q30 table and
  * scaled by 2^(-r/4) (r = exponent mod 4) to a Q31 product; results are
- * within one unit of the exactly rounded value (they differ only within
- * about 2^-12 of a rounding boundary). Where the final shift would exceed
+ * within one unit of the exactly rounded value and differ from it only
+ * where the exact power lies within 0.02 of a rounding boundary (the
+ * interpolation error is below 4e-7 relative). Where the final shift would exceed
  * 31 it is held at 31, so results that should round to 0 come out as 1 or
  * 2. Checks: len < 1 (BadSize) BEFORE a null pointer (NullPointer).
  * Returns nkpStatusOk. */
@@ -245,6 +247,70 @@ NKPAC_API nkpStatus nkpsSpread_16s_Sfs(nkp16s first, nkp16s second, int scaleFac
 
 /* ---- Transforms: generic MDCT ------------------------------------------ */
 /* NKPAC-SECTION transform */
+/*
+ * Generic MDCT of length N: N time samples, N/2 coefficients, with
+ * phi(n,k) = (2 pi/N)(n + 1/2 + N/4)(k + 1/2):
+ *   forward float   X[k] = 2 sum_n x[n] cos phi(n,k)            (no 1/N)
+ *   inverse float   y[n] = (2/N) sum_k X[k] cos phi(n,k)
+ *   forward 16-bit  X[k] = sat16(round(2 sum_n x[n] cos phi(n,k) 2^-scaleFactor))
+ * Lengths: the float transforms take 12, 36 and powers of two >= 32; the
+ * 16-bit transform takes powers of two >= 32.
+ *
+ * Specifications are built once per length and are read-only afterwards (any
+ * number of concurrent calls, each with its own work buffer). Init places
+ * the specification at the first 64-byte-aligned address of pMemSpec (size
+ * from GetSize) and uses pMemInit (GetSize's init size) as scratch; the
+ * specification pointer is returned in *ppSpec. InitAlloc allocates through
+ * nkpcore; Free clears the tag and releases what InitAlloc allocated (a
+ * second Free, or any use after Free, gives nkpStatusWrongObject).
+ *
+ * Work buffers: GetBufSize's size (GetSize reports a size at least as large);
+ * the buffer is used from its first 64-byte-aligned address. A null
+ * pBuffer makes the call allocate one for its duration (nkpStatusNoMemory if
+ * that fails). The _I forms transform in place.
+ */
+typedef struct nkpsMDCTFwdSpec_32f nkpsMDCTFwdSpec_32f;
+typedef struct nkpsMDCTInvSpec_32f nkpsMDCTInvSpec_32f;
+typedef struct nkpsMDCTFwdSpec_16s nkpsMDCTFwdSpec_16s;
+
+/* Sizes in bytes of the specification, the Init scratch and the work buffer. */
+NKPAC_API nkpStatus nkpsMDCTFwdGetSize_32f(int len, int* pSpecSize, int* pSizeInit, int* pSizeBuf);
+NKPAC_API nkpStatus nkpsMDCTInvGetSize_32f(int len, int* pSpecSize, int* pSizeInit, int* pSizeBuf);
+NKPAC_API nkpStatus nkpsMDCTFwdGetSize_16s(int len, int* pSpecSize, int* pSizeInit, int* pSizeBuf);
+
+/* Float Init checks the length first (nkpStatusBadSize), then the pointers
+ * (pMemInit is required for powers of two only); 16-bit Init checks the
+ * three pointers first, then the length. */
+NKPAC_API nkpStatus nkpsMDCTFwdInit_32f(nkpsMDCTFwdSpec_32f** ppSpec, int len, nkp8u* pMemSpec, nkp8u* pMemInit);
+NKPAC_API nkpStatus nkpsMDCTInvInit_32f(nkpsMDCTInvSpec_32f** ppSpec, int len, nkp8u* pMemSpec, nkp8u* pMemInit);
+NKPAC_API nkpStatus nkpsMDCTFwdInit_16s(nkpsMDCTFwdSpec_16s** ppSpec, int len, nkp8u* pMemSpec, nkp8u* pMemInit);
+
+NKPAC_API nkpStatus nkpsMDCTFwdInitAlloc_32f(nkpsMDCTFwdSpec_32f** ppSpec, int len);
+NKPAC_API nkpStatus nkpsMDCTInvInitAlloc_32f(nkpsMDCTInvSpec_32f** ppSpec, int len);
+NKPAC_API nkpStatus nkpsMDCTFwdInitAlloc_16s(nkpsMDCTFwdSpec_16s** ppSpec, int len);
+
+NKPAC_API nkpStatus nkpsMDCTFwdFree_32f(nkpsMDCTFwdSpec_32f* pSpec);
+NKPAC_API nkpStatus nkpsMDCTInvFree_32f(nkpsMDCTInvSpec_32f* pSpec);
+NKPAC_API nkpStatus nkpsMDCTFwdFree_16s(nkpsMDCTFwdSpec_16s* pSpec);
+
+NKPAC_API nkpStatus nkpsMDCTFwdGetBufSize_32f(const nkpsMDCTFwdSpec_32f* pSpec, int* pSize);
+NKPAC_API nkpStatus nkpsMDCTInvGetBufSize_32f(const nkpsMDCTInvSpec_32f* pSpec, int* pSize);
+NKPAC_API nkpStatus nkpsMDCTFwdGetBufSize_16s(const nkpsMDCTFwdSpec_16s* pSpec, int* pSize);
+
+/* pSrc: N floats, pDst: N/2 floats. Checks: pSpec null, its tag, then pSrc
+ * and pDst null. */
+NKPAC_API nkpStatus nkpsMDCTFwd_32f(const nkp32f* pSrc, nkp32f* pDst, const nkpsMDCTFwdSpec_32f* pSpec,
+                                    nkp8u* pBuffer);
+/* pSrcDst: N floats in, N/2 coefficients out at its start. */
+NKPAC_API nkpStatus nkpsMDCTFwd_32f_I(nkp32f* pSrcDst, const nkpsMDCTFwdSpec_32f* pSpec, nkp8u* pBuffer);
+/* pSrc: N samples, pDst: N/2 coefficients times 2^-scaleFactor. */
+NKPAC_API nkpStatus nkpsMDCTFwd_16s_Sfs(const nkp16s* pSrc, nkp16s* pDst, const nkpsMDCTFwdSpec_16s* pSpec,
+                                        int scaleFactor, nkp8u* pBuffer);
+/* pSrc: N/2 coefficients, pDst: N floats. */
+NKPAC_API nkpStatus nkpsMDCTInv_32f(const nkp32f* pSrc, nkp32f* pDst, const nkpsMDCTInvSpec_32f* pSpec,
+                                    nkp8u* pBuffer);
+/* pSrcDst: N/2 coefficients in, N samples out (the buffer holds N floats). */
+NKPAC_API nkpStatus nkpsMDCTInv_32f_I(nkp32f* pSrcDst, const nkpsMDCTInvSpec_32f* pSpec, nkp8u* pBuffer);
 /* NKPAC-END transform */
 
 /* ---- MP3 ---------------------------------------------------------------- */
