@@ -188,7 +188,7 @@ TEST(SideInfo, WriterEndsQuietlyAtASwitchedGranuleWithoutBlockType) {
     nkptest::BitWriter want;
     want.put(0x1FF, 9).put(5, 3);
     for (int f : scfsi) want.put(f, 1);
-    want.put(0xABC, 12).put(0, 9 + 8 + 4 + 1 + 15 + 4 + 3 + 3);
+    want.put(0xABC, 12).put(0, 9 + 8 + 4 + 1).put(0, 15 + 4 + 3 + 3);
     want.put(0x123, 12).put(0, 9 + 8 + 4).put(1, 1);
     EXPECT_EQ(std::vector<uint8_t>(bytes.begin(), bytes.begin() + 15), want.bytes());
     EXPECT_EQ(bytes[15], 0xEE);
