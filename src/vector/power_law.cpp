@@ -77,10 +77,35 @@ inline int leading_zeros16(uint32_t m) {
 // been taken out as a shift.
 constexpr uint32_t kQuarterDown[4] = {1073741824u, 902905651u, 759250125u, 638450708u};
 
-int16_t pow34_fixed(int16_t x, int32_t in_scale, int32_t out_scale) {
+// What the exponent contributes for one leading-zero count: the quarter
+// constant and the final right shift (0 when the result saturates).
+struct Pow34Step {
+    uint32_t quarter;
+    int shift;
+};
+
+// The steps for every leading-zero count 0..15 of a call's scales.
+// (m * 2^in)^(3/4) = mant * 2^(3e/4) relative to the Q31 product, with
+// e = in - lz + 7 = 4q + r and 2^(3e/4) = 2^(3q + r) * 2^(-r/4).
+void pow34_steps(int32_t in_scale, int32_t out_scale, Pow34Step* steps) {
+    for (int lz = 0; lz < 16; ++lz) {
+        const int64_t e = static_cast<int64_t>(in_scale) - lz + 7;
+        const int64_t q = e >> 2;  // floor division: arithmetic shift intended
+        const int r = static_cast<int>(e & 3);
+        const int64_t shift = 25 + static_cast<int64_t>(out_scale) - 3 * q - r;
+        // Below 15 the result cannot fit; above 31 the shift is held at 31,
+        // so magnitudes that should round to 0 give 1 or 2.
+        steps[lz].quarter = kQuarterDown[r];
+        steps[lz].shift = shift < 15 ? 0 : (shift > 31 ? 31 : static_cast<int>(shift));
+    }
+}
+
+int16_t pow34_fixed(int16_t x, const Pow34Step* steps) {
     if (x == 0) return 0;
     const uint32_t m = x < 0 ? static_cast<uint32_t>(-static_cast<int32_t>(x)) : static_cast<uint32_t>(x);
     const int lz = leading_zeros16(m);
+    const Pow34Step step = steps[lz];
+    if (step.shift == 0) return 32767;
 
     // Mantissa in [1, 2) as 1.15; its 3/4 power interpolated between the
     // table's 257 points.
@@ -89,19 +114,9 @@ int16_t pow34_fixed(int16_t x, int32_t in_scale, int32_t out_scale) {
     const uint32_t frac = norm & 0x7F;
     const uint64_t lo = kPow34Mantissa[index];
     const uint64_t mant = lo + (((kPow34Mantissa[index + 1] - lo) * frac) >> 7);
+    const uint64_t product = (mant * step.quarter) >> 29;  // Q31
 
-    // (m * 2^in)^(3/4) = mant * 2^(3e/4) with e = in + floor(log2 m) - 8
-    // relative to the Q31 product below; e = 4q + r, 2^(3e/4) =
-    // 2^(3q + r) * 2^(-r/4).
-    const int64_t e = static_cast<int64_t>(in_scale) - lz + 7;
-    const int64_t q = e >> 2;  // floor division: arithmetic shift intended
-    const int r = static_cast<int>(e & 3);
-    const uint64_t product = (mant * kQuarterDown[r]) >> 29;  // Q31
-
-    const int64_t shift = 25 + static_cast<int64_t>(out_scale) - 3 * q - r;
-    if (shift < 15) return 32767;
-    // The shift is held at 31: magnitudes that should round to 0 give 1 or 2.
-    const int s = shift > 31 ? 31 : static_cast<int>(shift);
+    const int s = step.shift;
     const uint64_t half = (uint64_t{1} << (s - 1)) - 1 + ((product >> s) & 1);  // ties to even
     const uint64_t v = (product + half) >> s;
     return static_cast<int16_t>(v > 32767 ? 32767 : v);
@@ -174,7 +189,9 @@ nkpStatus nkpsPow34_16s_Sfs(const nkp16s* pSrc, int inScale, nkp16s* pDst, int o
     if (len < 1) return nkpStatusBadSize;
     if (!pSrc || !pDst) return nkpStatusNullPointer;
 
-    for (ptrdiff_t i = 0; i < len; ++i) pDst[i] = pow34_fixed(pSrc[i], inScale, outScale);
+    Pow34Step steps[16];
+    pow34_steps(inScale, outScale, steps);
+    for (ptrdiff_t i = 0; i < len; ++i) pDst[i] = pow34_fixed(pSrc[i], steps);
     return nkpStatusOk;
 }
 
