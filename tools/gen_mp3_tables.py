@@ -92,27 +92,49 @@ def read_header_tables(d):
     return bitrate, rate
 
 
-def build_lookup(codes, root_bits):
-    """codes: list of (code string, payload 0..255). Returns a list of 16-bit
-    entries: leaf = len << 8 | payload (len = bits consumed at this level),
+def s5(v):
+    return v & 31
+
+
+def build_lookup(codes, root_bits, escapes):
+    """codes: list of (code string, x, y). Returns a list of 16-bit entries:
+    complete pair = 0x4000 | len << 10 | x << 5 | y, with x and y signed
+    5-bit values and len the bits consumed at this level including the sign
+    bits (only where no escape can follow and the sign bits fit the level);
+    raw leaf = len << 8 | x << 4 | y (magnitudes; signs and escapes follow);
     link = 0x8000 | (width - 1) << 12 | index of the sub-table."""
     out = []
+
+    def put(index, value):
+        assert out[index] is None
+        out[index] = value
 
     def build(group, width):
         base = len(out)
         out.extend([None] * (1 << width))
         subgroups = {}
-        for code, payload in group:
+        for code, x, y in group:
             if len(code) <= width:
-                pad = width - len(code)
-                first = int(code, 2) << pad
-                for i in range(1 << pad):
-                    assert out[base + first + i] is None
-                    out[base + first + i] = (len(code) << 8) | payload
+                signs = (x != 0) + (y != 0)
+                escape = escapes and (x == 15 or y == 15)
+                if not escape and len(code) + signs <= width:
+                    pad = width - len(code) - signs
+                    for sign in range(1 << signs):
+                        sx = -x if x and (sign >> (signs - 1)) & 1 else x
+                        sy = -y if y and sign & 1 else y
+                        first = ((int(code, 2) << signs) | sign) << pad
+                        entry = 0x4000 | ((len(code) + signs) << 10) | (s5(sx) << 5) | s5(sy)
+                        for i in range(1 << pad):
+                            put(base + first + i, entry)
+                else:
+                    pad = width - len(code)
+                    first = int(code, 2) << pad
+                    for i in range(1 << pad):
+                        put(base + first + i, (len(code) << 8) | (x << 4) | y)
             else:
-                subgroups.setdefault(int(code[:width], 2), []).append((code[width:], payload))
+                subgroups.setdefault(int(code[:width], 2), []).append((code[width:], x, y))
         for prefix, sub in sorted(subgroups.items()):
-            sub_width = min(max(len(c) for c, _ in sub), SUB_BITS)
+            sub_width = min(max(len(c) for c, _, _ in sub), SUB_BITS)
             index = build(sub, sub_width)
             assert index < 4096 and 1 <= sub_width <= 8
             out[base + prefix] = 0x8000 | ((sub_width - 1) << 12) | index
@@ -152,24 +174,43 @@ def main():
             continue
         src = int(t["codes"])
         if src not in code_tables:
-            codes = [(code, (x << 4) | y) for x, y, code in pairs[src]["entries"]]
-            root = min(ROOT_BITS, max(len(c) for c, _ in codes))
-            lookup = build_lookup(codes, root)
+            codes = [(code, x, y) for x, y, code in pairs[src]["entries"]]
+            root = min(ROOT_BITS, max(len(c) for c, _, _ in codes))
+            lookup = build_lookup(codes, root, t["linbits"] > 0)
             code_tables[src] = (len(entries), root)
             entries.extend(lookup)
         offset, root = code_tables[src]
         info.append((offset, root, t["linbits"]))
     assert len(entries) < 65536
 
-    quad_a = [None] * 64
-    for value, code in quads["A"]:
-        pad = 6 - len(code)
-        first = int(code, 2) << pad
-        for i in range(1 << pad):
-            quad_a[first + i] = (len(code) << 4) | value
-    assert None not in quad_a
+    # Quadruples with their sign bits: indexed by the next 10 (table A) or
+    # 8 (table B) bits, entry = total bits << 12 | four 2-bit signed values.
+    def quad_lookup(codes, width):
+        out = [None] * (1 << width)
+        for value, code in codes:
+            mags = [(value >> (3 - j)) & 1 for j in range(4)]
+            signs = sum(mags)
+            pad = width - len(code) - signs
+            for sign in range(1 << signs):
+                entry = (len(code) + signs) << 12
+                k = signs
+                for j in range(4):
+                    v = 0
+                    if mags[j]:
+                        k -= 1
+                        v = 3 if (sign >> k) & 1 else 1
+                    entry |= v << (2 * (3 - j))
+                first = ((int(code, 2) << signs) | sign) << pad
+                for i in range(1 << pad):
+                    assert out[first + i] is None
+                    out[first + i] = entry
+        assert None not in out
+        return out
+
     for value, code in quads["B"]:
         assert int(code, 2) == 15 - value and len(code) == 4
+    quad_a = quad_lookup(quads["A"], 10)
+    quad_b = quad_lookup(quads["B"], 8)
 
     with open(os.path.join(OUT, "huffman_tables.cpp"), "w") as f:
         f.write(GENERATED)
@@ -179,7 +220,8 @@ def main():
         for n, (offset, root, linbits) in enumerate(info):
             f.write("    {%d, %d, %d},  // table %d\n" % (offset, root, linbits, n))
         f.write("};\n\n")
-        f.write("alignas(64) const uint8_t kCount1TableA[64] = {\n%s\n};\n\n" % c_rows(quad_a, per_line=16))
+        f.write("alignas(64) const uint16_t kCount1TableA[1024] = {\n%s\n};\n\n" % c_rows(quad_a, per_line=16))
+        f.write("alignas(64) const uint16_t kCount1TableB[256] = {\n%s\n};\n\n" % c_rows(quad_b, per_line=16))
         f.write("}  // namespace nkp::mp3\n")
 
     # ---- bands and side tables ------------------------------------------

@@ -86,6 +86,13 @@ void decode_pairs(BitCache& bits, const mp3::HuffmanTable& table, nkp32s* out, i
                 bits.skip(width);
             }
         }
+        if ((e & 0xC000) == 0x4000) {
+            // Code and sign bits in one entry: the common case.
+            bits.skip((e >> 10) & 15);
+            out[i] = static_cast<int32_t>(e << 22) >> 27;  // arithmetic shifts sign-extend
+            out[i + 1] = static_cast<int32_t>(e << 27) >> 27;
+            continue;
+        }
         bits.skip((e >> 8) & 15);
         uint32_t x = (e >> 4) & 15;
         uint32_t y = e & 15;
@@ -173,29 +180,19 @@ nkpStatus decode(nkp8u** ppBitStream, int* pOffset, nkp32s* out, int* pNonZeroBo
     }
 
     // Count1 quadruples until the part's bits are used up or no room is left.
+    // One lookup gives a quadruple's code and sign bits together.
     const int64_t part_end = start + huf_bits;
-    if (si.count1TableSelect == 0) {
-        while (line < 574 && bits.position() < part_end) {
-            bits.refill();
-            const uint32_t e = mp3::kCount1TableA[bits.peek(6)];
-            bits.skip(e >> 4);
-            const uint32_t q = e & 15;
-            for (int j = 0; j < 4; ++j) {
-                const uint32_t m = (q >> (3 - j)) & 1;
-                out[line + j] = m ? with_sign(1, bits.read(1)) : 0;
-            }
-            line += 4;
-        }
-    } else {
-        while (line < 574 && bits.position() < part_end) {
-            bits.refill();
-            const uint32_t q = ~bits.read(4) & 15;
-            for (int j = 0; j < 4; ++j) {
-                const uint32_t m = (q >> (3 - j)) & 1;
-                out[line + j] = m ? with_sign(1, bits.read(1)) : 0;
-            }
-            line += 4;
-        }
+    const uint16_t* quads = si.count1TableSelect == 0 ? mp3::kCount1TableA : mp3::kCount1TableB;
+    const uint32_t quad_bits = si.count1TableSelect == 0 ? 10 : 8;
+    while (line < 574 && bits.position() < part_end) {
+        bits.refill();
+        const uint32_t e = quads[bits.peek(quad_bits)];
+        bits.skip(e >> 12);
+        out[line] = static_cast<int32_t>(e << 24) >> 30;
+        out[line + 1] = static_cast<int32_t>(e << 26) >> 30;
+        out[line + 2] = static_cast<int32_t>(e << 28) >> 30;
+        out[line + 3] = static_cast<int32_t>(e << 30) >> 30;
+        line += 4;
     }
     // A quadruple that ran past the part is dropped.
     if (bits.position() > part_end) line -= 4;

@@ -45,11 +45,15 @@ extern const int16_t kBitrateKbps[2][3][15];
 extern const int16_t kReservoirFrameBytes[3][15];
 
 // Big-value Huffman tables. Each code is walked in kHuffmanLookup starting
-// at `offset` with a root of `root_bits` bits. An entry is either a leaf,
-// bit 15 clear: bits 8..11 the bits it consumes at its level, bits 4..7 x,
-// bits 0..3 y; or a link, bit 15 set: bits 12..14 the sub-table's width
-// minus one, bits 0..11 the sub-table's index from `offset`. root_bits 0
-// marks tables 0, 4 and 14, which read nothing.
+// at `offset` with a root of `root_bits` bits. An entry is one of:
+//  - a complete pair, bits 15..14 = 01: bits 10..13 the bits it consumes at
+//    its level, sign bits included; bits 5..9 x and 0..4 y, signed 5-bit
+//    (where the sign bits fit the level and no escape can follow);
+//  - a leaf, bits 15..14 = 00: bits 8..11 the code bits at its level, bits
+//    4..7 |x|, 0..3 |y|; sign bits and linbits follow in the stream;
+//  - a link, bit 15 set: bits 12..14 the sub-table's width minus one, bits
+//    0..11 the sub-table's index from `offset`.
+// root_bits 0 marks tables 0, 4 and 14, which read nothing.
 struct HuffmanTable {
     uint16_t offset;
     uint8_t root_bits;
@@ -58,8 +62,10 @@ struct HuffmanTable {
 extern const uint16_t kHuffmanLookup[];
 extern const HuffmanTable kHuffmanTables[32];
 
-// Quadruple table A, indexed by the next 6 bits: bits 4..7 the code length,
-// bits 0..3 v * 8 + w * 4 + x * 2 + y. (Table B is the inverted 4 bits.)
-extern const uint8_t kCount1TableA[64];
+// Quadruple tables A and B with the sign bits, indexed by the next 10 (A)
+// or 8 (B) bits: bits 12..15 the bits a quadruple takes, code and signs;
+// v, w, x, y as 2-bit signed values in bits 6..7, 4..5, 2..3, 0..1.
+extern const uint16_t kCount1TableA[1024];
+extern const uint16_t kCount1TableB[256];
 
 }  // namespace nkp::mp3
