@@ -12,46 +12,6 @@ namespace {
 
 using nkptest::Buffer;
 
-struct StatusCase {
-    const char* name;
-    bool flat_null, lanes_null, lane1_null;
-    int channels, len;
-    nkpStatus expected;
-};
-
-// Null channel pointers are looked at only after the count and length.
-const StatusCase kStatusCases[] = {
-    {"flat_null", true, false, false, 2, 4, nkpStatusNullPointer},
-    {"lanes_null", false, true, false, 2, 4, nkpStatusNullPointer},
-    {"pointers_before_count", true, false, false, 0, 4, nkpStatusNullPointer},
-    {"zero_channels", false, false, false, 0, 4, nkpStatusBadChannelCount},
-    {"negative_channels", false, false, true, -1, 0, nkpStatusBadChannelCount},
-    {"count_before_length", false, false, false, 0, 0, nkpStatusBadChannelCount},
-    {"zero_length", false, false, true, 2, 0, nkpStatusBadSize},
-    {"negative_length", false, false, false, 2, -5, nkpStatusBadSize},
-    {"null_lane_after_sizes", false, false, true, 2, 4, nkpStatusNullPointer},
-    {"ok", false, false, false, 2, 4, nkpStatusOk},
-};
-
-TEST(Interleave, StatusesInCheckingOrder) {
-    for (const auto& c : kStatusCases) {
-        alignas(16) int16_t flat16[8] = {};
-        alignas(16) int16_t a16[4] = {}, b16[4] = {};
-        alignas(16) float flat32[8] = {};
-        alignas(16) float a32[4] = {}, b32[4] = {};
-        int16_t* lanes16[2] = {a16, c.lane1_null ? nullptr : b16};
-        float* lanes32[2] = {a32, c.lane1_null ? nullptr : b32};
-        int16_t* f16 = c.flat_null ? nullptr : flat16;
-        float* f32 = c.flat_null ? nullptr : flat32;
-        int16_t** l16 = c.lanes_null ? nullptr : lanes16;
-        float** l32 = c.lanes_null ? nullptr : lanes32;
-        EXPECT_EQ(nkpsDeinterleave_16s(f16, c.channels, c.len, l16), c.expected) << c.name;
-        EXPECT_EQ(nkpsDeinterleave_32f(f32, c.channels, c.len, l32), c.expected) << c.name;
-        EXPECT_EQ(nkpsInterleave_16s(l16, c.channels, c.len, f16), c.expected) << c.name;
-        EXPECT_EQ(nkpsInterleave_32f(l32, c.channels, c.len, f32), c.expected) << c.name;
-    }
-}
-
 // Interleaves and splits again for many channel counts and lengths (odd
 // ones included, so the vector loops' tails run), with and without an
 // offset that breaks 16-byte alignment, and checks layout and warning.

@@ -28,39 +28,6 @@ int16_t join_model(float x) {
     return static_cast<int16_t>(r);
 }
 
-struct JoinStatusCase {
-    const char* name;
-    bool dst_null, src_null, lane_null;
-    int channels, len;
-    nkpStatus expected;
-};
-
-// The destination comes before the sizes, the source array after them.
-const JoinStatusCase kJoinStatus[] = {
-    {"dst_null_first", true, true, false, 0, 0, nkpStatusNullPointer},
-    {"zero_channels_before_src", false, true, false, 0, 4, nkpStatusBadSize},
-    {"zero_length_before_src", false, true, false, 2, 0, nkpStatusBadSize},
-    {"negative_length", false, false, false, 2, -1, nkpStatusBadSize},
-    {"src_null_after_sizes", false, true, false, 2, 4, nkpStatusNullPointer},
-    {"lane_null", false, false, true, 2, 4, nkpStatusNullPointer},
-    {"ok", false, false, false, 2, 4, nkpStatusOk},
-};
-
-TEST(Join, StatusesInCheckingOrderBothPaths) {
-    for (int path = 0; path < 2; ++path) {
-        for (const auto& c : kJoinStatus) {
-            float a[4] = {}, b[4] = {};
-            const float* lanes[2] = {a, c.lane_null ? nullptr : b};
-            int16_t dst[8] = {7, 7, 7, 7, 7, 7, 7, 7};
-            EXPECT_EQ(nkpt_nkpsJoin_32f16s_D2L[path](c.src_null ? nullptr : lanes, c.channels, c.len,
-                                                     c.dst_null ? nullptr : dst),
-                      c.expected)
-                << c.name << " path " << path;
-            if (c.expected != nkpStatusOk) EXPECT_EQ(dst[0], 7) << "written before the checks: " << c.name;
-        }
-    }
-}
-
 TEST(Join, ClampsAndRoundsTiesToEvenUnderAnyRoundingMode) {
     const float in[] = {40000.0f, -40000.0f, 2.5f, 3.5f, -2.5f, -0.5f, 0.5f, 1.5f, 32766.5f, 32767.49f,
                         -32768.5f, 32768.0f, std::numeric_limits<float>::infinity(),
@@ -113,37 +80,6 @@ TEST(Join, BothPathsAgreeWithModel) {
                     ASSERT_EQ(out0[k], join_model(lanes[c][i])) << lanes[c][i];
                 }
             }
-        }
-    }
-}
-
-struct ScaleStatusCase {
-    const char* name;
-    bool data_null, factor_null, offset_null;
-    int bands;
-    nkpStatus expected;
-};
-
-const ScaleStatusCase kScaleStatus[] = {
-    {"data_null", true, false, false, 0, nkpStatusNullPointer},
-    {"factor_null", false, true, false, 1, nkpStatusNullPointer},
-    {"offset_null", false, false, true, 1, nkpStatusNullPointer},
-    {"zero_bands", false, false, false, 0, nkpStatusBadSize},
-    {"negative_bands", false, false, false, -3, nkpStatusBadSize},
-    {"ok", false, false, false, 1, nkpStatusOk},
-};
-
-TEST(Scale, StatusesInCheckingOrderBothPaths) {
-    for (int path = 0; path < 2; ++path) {
-        for (const auto& c : kScaleStatus) {
-            float data[4] = {1, 1, 1, 1};
-            const float factor[1] = {2.0f};
-            const int32_t offset[2] = {0, 4};
-            EXPECT_EQ(nkpt_nkpsScale_32f_I[path](c.data_null ? nullptr : data, c.factor_null ? nullptr : factor,
-                                                 c.offset_null ? nullptr : offset, c.bands),
-                      c.expected)
-                << c.name;
-            EXPECT_EQ(data[0], c.expected == nkpStatusOk ? 2.0f : 1.0f) << c.name;
         }
     }
 }

@@ -33,23 +33,6 @@ float pow34_estimate(float x) {
     return a * r1 * r2;
 }
 
-TEST(Pow34, StatusesInCheckingOrder) {
-    alignas(16) float s[4] = {16, 16, 16, 16}, d[4] = {};
-    alignas(16) int16_t d16[4] = {};
-    EXPECT_EQ(nkpsPow34_32f(nullptr, d, 0), nkpStatusNullPointer);
-    EXPECT_EQ(nkpsPow34_32f(s, nullptr, 4), nkpStatusNullPointer);
-    EXPECT_EQ(nkpsPow34_32f(s, d, 0), nkpStatusBadSize);
-    EXPECT_EQ(nkpsPow34_32f16s(nullptr, d16, 0), nkpStatusNullPointer);
-    EXPECT_EQ(nkpsPow34_32f16s(s, nullptr, 4), nkpStatusNullPointer);
-    EXPECT_EQ(nkpsPow34_32f16s(s, d16, -1), nkpStatusBadSize);
-    EXPECT_EQ(d[0], 0.0f);
-    EXPECT_EQ(d16[0], 0);
-    EXPECT_EQ(nkpsPow34_32f(s, d, 4), nkpStatusOk);
-    EXPECT_EQ(nkpsPow34_32f16s(s, d16, 4), nkpStatusOk);
-    EXPECT_EQ(nkpsPow34_32f(s, d + 1, 3), nkpStatusMisaligned);
-    EXPECT_EQ(nkpsPow34_32f16s(s + 1, d16, 3), nkpStatusMisaligned);
-}
-
 // Both forms carry the estimate, unrefined: equal to the same sequence of
 // rsqrt instructions, and within the estimate's error bound of the exact
 // power (three factors, each within 1.5 * 2^-12, the last one halved).
@@ -88,17 +71,14 @@ TEST(Pow34, UsesTheProcessorEstimateWithinItsBound) {
     EXPECT_GT(refined_would_differ, n / 2);
 }
 
-TEST(Pow34, SixteenBitFormSaturatesAndRounds) {
-    alignas(16) float src[6] = {1e9f, 1.0f, 16.0f, -std::numeric_limits<float>::infinity(), 1.0e-38f,
-                                std::numeric_limits<float>::quiet_NaN()};
+// Saturation, infinity and NaN in the 16-bit form.
+TEST(Pow34, SixteenBitFormSaturates) {
+    const float inf = std::numeric_limits<float>::infinity();
+    alignas(16) float src[6] = {1e9f, 1.0f, 16.0f, -inf, 1.0e-38f, std::numeric_limits<float>::quiet_NaN()};
     alignas(16) int16_t dst[6];
+    const int16_t want[6] = {32767, 1, 8, 32767, 0, 0};
     ASSERT_EQ(nkpsPow34_32f16s(src, dst, 6), nkpStatusOk);
-    EXPECT_EQ(dst[0], 32767);
-    EXPECT_EQ(dst[1], 1);
-    EXPECT_EQ(dst[2], 8);
-    EXPECT_EQ(dst[3], 32767);
-    EXPECT_EQ(dst[4], 0);
-    EXPECT_EQ(dst[5], 0);
+    for (int i = 0; i < 6; ++i) EXPECT_EQ(dst[i], want[i]) << src[i];
 }
 
 // With every exception unmasked and round-up set, 0 and infinity (0 * inf
@@ -124,17 +104,6 @@ TEST(Pow34, MasksExceptionsAndRestoresTheCallersMode) {
 }
 
 // ---- Pow34 in fixed point -----------------------------------------------------
-
-TEST(Pow34Sfs, LengthIsCheckedBeforeThePointers) {
-    int16_t s[1] = {16}, d[1] = {-1};
-    EXPECT_EQ(nkpsPow34_16s_Sfs(s, 0, nullptr, 0, 0), nkpStatusBadSize);
-    EXPECT_EQ(nkpsPow34_16s_Sfs(nullptr, 0, nullptr, 0, -1), nkpStatusBadSize);
-    EXPECT_EQ(nkpsPow34_16s_Sfs(nullptr, 0, d, 0, 1), nkpStatusNullPointer);
-    EXPECT_EQ(nkpsPow34_16s_Sfs(s, 0, nullptr, 0, 1), nkpStatusNullPointer);
-    EXPECT_EQ(d[0], -1);
-    EXPECT_EQ(nkpsPow34_16s_Sfs(s, 0, d, 0, 1), nkpStatusOk);
-    EXPECT_EQ(d[0], 8);
-}
 
 // Against (|x| 2^in)^(3/4) 2^-out in double: rounded to nearest and
 // saturated, except within 0.02 of a rounding boundary (the interpolated
@@ -202,18 +171,6 @@ TEST(Pow34Sfs, ShiftHeldAt31AndExtremeScales) {
 
 // ---- Pow43 ---------------------------------------------------------------------
 
-TEST(Pow43, StatusesLengthZeroIsFine) {
-    int16_t s[1] = {8};
-    float d[1] = {-1};
-    EXPECT_EQ(nkpsPow43_16s32f(nullptr, d, 0), nkpStatusNullPointer);
-    EXPECT_EQ(nkpsPow43_16s32f(s, nullptr, -1), nkpStatusNullPointer);
-    EXPECT_EQ(nkpsPow43_16s32f(s, d, -1), nkpStatusBadSize);
-    EXPECT_EQ(nkpsPow43_16s32f(s, d, 0), nkpStatusOk);
-    EXPECT_EQ(d[0], -1.0f);
-    EXPECT_EQ(nkpsPow43_16s32f(s, d, 1), nkpStatusOk);
-    EXPECT_EQ(d[0], 16.0f);
-}
-
 // Every 16-bit input: the float nearest to sign(x) |x|^(4/3).
 TEST(Pow43, EveryInputIsTheNearestFloat) {
     std::vector<int16_t> src(65536);
@@ -249,22 +206,6 @@ int32_t requantise(int16_t x, int e) {
     nkp32s out = 12345;
     EXPECT_EQ(nkpsPow43Scale_16s32s_Sf(&x, &out, &sf, offset, 0, 1, 1, 0), nkpStatusOk);
     return out;
-}
-
-TEST(Pow43Scale, StatusesInCheckingOrder) {
-    int16_t s[4] = {1, 2, 3, 4}, sf[1] = {0};
-    int32_t d[4] = {-1, -1, -1, -1}, off[2] = {0, 4};
-    EXPECT_EQ(nkpsPow43Scale_16s32s_Sf(nullptr, d, sf, off, 0, -1, 1, 0), nkpStatusNullPointer);
-    EXPECT_EQ(nkpsPow43Scale_16s32s_Sf(s, nullptr, sf, off, 0, 1, 1, 0), nkpStatusNullPointer);
-    EXPECT_EQ(nkpsPow43Scale_16s32s_Sf(s, d, nullptr, off, 0, 1, 1, 0), nkpStatusNullPointer);
-    EXPECT_EQ(nkpsPow43Scale_16s32s_Sf(s, d, sf, nullptr, 0, 1, 1, 0), nkpStatusNullPointer);
-    EXPECT_EQ(nkpsPow43Scale_16s32s_Sf(s, d, sf, off, 0, -1, 1, 0), nkpStatusBadSize);
-    EXPECT_EQ(nkpsPow43Scale_16s32s_Sf(s, d, sf, off, 0, 1, -1, 0), nkpStatusBadSize);
-    EXPECT_EQ(nkpsPow43Scale_16s32s_Sf(s, d, sf, off, 0, 0, -1, 0), nkpStatusBadSize);
-    EXPECT_EQ(nkpsPow43Scale_16s32s_Sf(s, d, sf, off, 0, 0, 1, 0), nkpStatusOk);
-    EXPECT_EQ(d[0], -1);
-    EXPECT_EQ(nkpsPow43Scale_16s32s_Sf(s, d, sf, off, 0, 1, 1, 0), nkpStatusOk);
-    EXPECT_EQ(d[3], 6);  // 4^(4/3) = 6.35
 }
 
 // With e = 48 the shift is 30 and the Q30 factor is 1.0, so the output is

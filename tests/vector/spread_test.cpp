@@ -21,10 +21,6 @@ double spread_model(int first, int second, int scale) {
     return 32768.0 * std::pow(10.0, (x + y) / 10.0);
 }
 
-TEST(Spread, NullDestination) {
-    EXPECT_EQ(nkpsSpread_16s_Sfs(0, 1, 0, nullptr), nkpStatusNullPointer);
-}
-
 // Every distance of a 12-bit band index at the usual fractional scales:
 // within one unit of the rounded model, saturated at 32767.
 TEST(Spread, WithinOneUnitOfTheModel) {
@@ -56,17 +52,12 @@ TEST(Spread, PointsAndLimits) {
         {"beyond_minus_6", 0, -5, 0, 0},      // t = -7.5
         {"huge_scale", 0, 1, 2147483647, 0},
         {"huge_negative_scale_is_distance_0", 0, 1, -2147483647 - 1, 32767},
-        {"widest_distance", -32768, 32767, -16, 0},  // t = 3 * 65535 / 65536 * ... ~ 3: computed
     };
     for (const auto& c : cases) {
         nkp16s v = -1;
         ASSERT_EQ(nkpsSpread_16s_Sfs(static_cast<nkp16s>(c.first), static_cast<nkp16s>(c.second), c.scale, &v),
                   nkpStatusOk);
-        if (std::string(c.name) == "widest_distance") {
-            EXPECT_NEAR(v, std::nearbyint(spread_model(c.first, c.second, c.scale)), 1.0) << c.name;
-        } else {
-            EXPECT_EQ(v, c.want) << c.name;
-        }
+        EXPECT_EQ(v, c.want) << c.name;
     }
 }
 
