@@ -54,17 +54,4 @@ TEST(Interleave, LayoutAndWarning32f) {
     });
 }
 
-// One misaligned pointer anywhere (flat buffer or any lane) is enough.
-TEST(Interleave, WarningForAnySingleMisalignedPointer) {
-    for (int which = -1; which <= 3; ++which) {  // -1 flat, 0..2 a lane, 3 none
-        Buffer<float> flat(3 * 5, which == -1 ? 4 : 0);
-        std::vector<Buffer<float>> lanes;
-        for (int c = 0; c < 3; ++c) lanes.emplace_back(5, which == c ? 8 : 0);
-        float* ptrs[3] = {lanes[0].data(), lanes[1].data(), lanes[2].data()};
-        const nkpStatus want = which == 3 ? nkpStatusOk : nkpStatusMisaligned;
-        EXPECT_EQ(nkpsDeinterleave_32f(flat.data(), 3, 5, ptrs), want) << which;
-        EXPECT_EQ(nkpsInterleave_32f(ptrs, 3, 5, flat.data()), want) << which;
-    }
-}
-
 }  // namespace

@@ -22,6 +22,8 @@ struct Scratch {
     float* lanes32[2] = {g32, g32 + 8};
     int16_t* null_lane16[2] = {d16, nullptr};
     float* null_lane32[2] = {g32, nullptr};
+    int16_t* misaligned_lane16[2] = {d16, d16 + 9};
+    float* misaligned_lane32[2] = {g32, g32 + 9};
 };
 
 struct Row {
@@ -49,6 +51,11 @@ const Row kRows[] = {
     ROW("interleave32/lanes_null", nkpsInterleave_32f(nullptr, 2, 4, s.f32), kNull),
     ROW("interleave32/null_lane_last", nkpsInterleave_32f(s.null_lane32, 2, 4, s.f32), kNull),
     ROW("interleave32/ok", nkpsInterleave_32f(s.lanes32, 2, 4, s.f32), kOk),
+    // Any one misaligned pointer, flat buffer or lane, gives the warning.
+    ROW("deinterleave16/misaligned_src", nkpsDeinterleave_16s(s.s16 + 1, 2, 3, s.lanes16), kMisaligned),
+    ROW("deinterleave32/misaligned_lane", nkpsDeinterleave_32f(s.f32, 2, 3, s.misaligned_lane32), kMisaligned),
+    ROW("interleave16/misaligned_lane", nkpsInterleave_16s(s.misaligned_lane16, 2, 3, s.s16), kMisaligned),
+    ROW("interleave32/misaligned_dst", nkpsInterleave_32f(s.lanes32, 2, 3, s.g32 + 2), kMisaligned),
     // Join: destination first, then the sizes, then the source array.
     ROW("join/dst_null_first", nkpt_nkpsJoin_32f16s_D2L[path](nullptr, 0, 0, nullptr), kNull),
     ROW("join/channels_before_src", nkpt_nkpsJoin_32f16s_D2L[path](nullptr, 0, 4, s.d16), kSize),
