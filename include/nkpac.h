@@ -371,9 +371,11 @@ NKPAC_API nkpStatus nkpsUnpackFrameHeader_MP3(nkp8u** ppBitStream, nkpMP3FrameHe
 /* Reads the side information that follows the header (and CRC): MPEG-1 17
  * bytes mono / 32 stereo, LSF 9 / 17. pDstSideInfo holds 2 * nch records
  * (MPEG-1) or nch (LSF); pDstScfsi holds 4 * nch flags (MPEG-1 only, must be
- * non-null for LSF too). Up to 7 bytes after the side information may be
+ * non-null for LSF too). Up to 3 bytes after the side information may be
  * read. Window-switched granules get region counts 8/12 (pure short blocks)
- * or 7/13. LSF leaves preflag untouched. */
+ * or 7/13. LSF leaves preflag untouched. A window-switched record with
+ * blockType 0 gives nkpStatusBadMP3SideInfo after that record's fields up
+ * to subblockGain are stored; the pointer is then left on the byte reached. */
 NKPAC_API nkpStatus nkpsUnpackSideInfo_MP3(nkp8u** ppBitStream, nkpMP3SideInfo* pDstSideInfo,
                                            int* pDstMainDataBegin, int* pDstPrivateBits,
                                            int* pDstScfsi, const nkpMP3FrameHeader* pFrameHeader);
@@ -409,7 +411,8 @@ NKPAC_API nkpStatus nkpsBitReservoirInit_MP3(nkpMP3BitReservoir* pBitReservoir,
  * pScfsi points at this channel's four flags. LSF writes preflag (and masks
  * mixedBlock to its low bit for short blocks); on the intensity-stereo right
  * channel a value at its width's maximum is stored negated (an illegal
- * intensity position). Reads up to 7 bytes after the last bit consumed. */
+ * intensity position). Reads no further than the end of the aligned 32-bit
+ * word after the one holding the last bit consumed (8 bytes of slack). */
 NKPAC_API nkpStatus nkpsUnpackScaleFactors_MP3_1u8s(nkp8u** ppBitStream, int* pOffset, nkp8s* pDstScaleFactor,
                                                     nkpMP3SideInfo* pSideInfo, const int* pScfsi,
                                                     const nkpMP3FrameHeader* pFrameHeader, int granule,
@@ -426,17 +429,24 @@ NKPAC_API nkpStatus nkpsPackScaleFactors_MP3_8s1u(const nkp8s* pSrcScaleFactor, 
  * minus the scale-factor bits) into 576 quantised lines pDstIs, and sets
  * *pDstNonZeroBound to one past the last non-zero line (0 when none). The
  * cursor ends exactly hufSize bits on, also when the last quadruple overran
- * the part (it is dropped). Big-values decoding does not stop at hufSize: a
- * corrupt granule may take up to 288 * 47 bits (1692 bytes) past the cursor
- * before nkpStatusDataError tells, so keep the stream readable for
- * max(hufSize / 8, 1692) + 8 bytes after the cursor. Region boundaries come
- * from the built-in long-band table (row id * 3 + samplingFreqIndex). */
+ * the part (it is dropped, and its lines are zero). Region boundaries come
+ * from the built-in long-band table (row id * 3 + samplingFreqIndex, MPEG-1
+ * and MPEG-2 rates; MPEG-2.5 streams need the caller's table, see the Sfb
+ * variants); region 0 of a window-switched granule is 36 lines, or 54 for
+ * LSF start and stop blocks.
+ * Read slack: 8 bytes after the last bit read. In a valid granule that is
+ * the part's last bit (or up to 9 bits later when a quadruple overruns the
+ * part). Big-values decoding does not stop at hufSize, so a corrupt granule
+ * may read up to 288 * 47 bits (1692 bytes) past the cursor before
+ * nkpStatusDataError tells: keep a buffer of untrusted data readable for
+ * max(hufSize / 8 + 2, 1692) + 8 bytes after the cursor. */
 NKPAC_API nkpStatus nkpsHuffmanDecode_MP3_1u32s(nkp8u** ppBitStream, int* pOffset, nkp32s* pDstIs,
                                                 int* pDstNonZeroBound, const nkpMP3SideInfo* pSideInfo,
                                                 const nkpMP3FrameHeader* pFrameHeader, int hufSize);
 
 /* As nkpsHuffmanDecode_MP3_1u32s, with the caller's long-band table:
- * 6 rows (id * 3 + samplingFreqIndex) of 23 boundaries. */
+ * 6 rows (id * 3 + samplingFreqIndex) of 23 boundaries (NULL: the built-in
+ * table). */
 NKPAC_API nkpStatus nkpsHuffmanDecodeSfb_MP3_1u32s(nkp8u** ppBitStream, int* pOffset, nkp32s* pDstIs,
                                                    int* pDstNonZeroBound, const nkpMP3SideInfo* pSideInfo,
                                                    const nkpMP3FrameHeader* pFrameHeader, int hufSize,
@@ -446,8 +456,12 @@ NKPAC_API nkpStatus nkpsHuffmanDecodeSfb_MP3_1u32s(nkp8u** ppBitStream, int* pOf
  * granules taken from the caller's tables too: pSfbTableShort, 6 rows of 14
  * short-band boundaries; pMbpTable, 6 rows of two values (long bands of a
  * mixed block, short-band steps that region 0 extends over beyond them).
- * Checks its arguments in its own order (a bad hufSize gives
- * nkpStatusBadMP3SideInfo here). */
+ * Region 0 of a window-switched granule ends at long band 8 (start and stop
+ * blocks), after three short bands (short blocks), or, in a mixed block,
+ * after the long bands plus the short-band steps, the first short band
+ * counted twice and the later ones three times each. The three tables are
+ * not checked and must be valid. Checks its arguments in its own order (a
+ * bad hufSize gives nkpStatusBadMP3SideInfo here). */
 NKPAC_API nkpStatus nkpsHuffmanDecodeSfbMbp_MP3_1u32s(nkp8u** ppBitStream, int* pOffset, nkp32s* pDstIs,
                                                       int* pDstNonZeroBound, const nkpMP3SideInfo* pSideInfo,
                                                       const nkpMP3FrameHeader* pFrameHeader, int hufSize,
