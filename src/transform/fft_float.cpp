@@ -1,0 +1,465 @@
+// The complex float FFT (interleaved data, tag 4): sizes, life cycle, the
+// written-out kernels of orders 0..5 and the table-driven passes of orders
+// 6..15 on the block-split layout.
+#include "frame/memory.h"
+#include "frame/object.h"
+#include "transform/engine.h"
+#include "transform/fft_large.h"
+
+#include <cmath>
+#include <cstring>
+
+namespace nkp::fft {
+
+namespace {
+
+constexpr int kHeaderBytes = 136;
+constexpr int kHeaderPadded = 192;  // tables start 64-byte aligned behind the header
+
+struct ByteReverse {
+    uint8_t v[256];
+    constexpr ByteReverse() : v{} {
+        for (int i = 0; i < 256; ++i) {
+            int r = 0;
+            for (int b = 0; b < 8; ++b) r |= ((i >> b) & 1) << (7 - b);
+            v[i] = static_cast<uint8_t>(r);
+        }
+    }
+};
+constexpr ByteReverse kByteReverse;
+
+bool valid_flag(int flag) {
+    return flag == kDivFwdByN || flag == kDivInvByN || flag == kDivBySqrtN || flag == kNoDivByAny;
+}
+
+// ---- written-out kernels, orders 0..5 ---------------------------------------
+
+// Interleaved complex arithmetic on (re, im) float pairs.
+struct C {
+    float r, i;
+};
+inline C add(C a, C b) { return {a.r + b.r, a.i + b.i}; }
+inline C sub(C a, C b) { return {a.r - b.r, a.i - b.i}; }
+inline C mul(C a, C w) { return {a.r * w.r - a.i * w.i, a.r * w.i + a.i * w.r}; }
+inline C mul_minus_i(C a) { return {a.i, -a.r}; }
+
+// In place on x (length 2^order, order 2..5): bit reversal, then radix-2
+// passes with twiddles decimated from the 1024-point table.
+void kernel_radix2(C* x, int order) {
+    const int L = 1 << order;
+    for (int i = 0; i < L; ++i) {
+        const int j = static_cast<int>(bit_reverse(static_cast<uint32_t>(i), order));
+        if (j > i) {
+            const C t = x[i];
+            x[i] = x[j];
+            x[j] = t;
+        }
+    }
+    // Length-4 butterflies first (no twiddles).
+    for (int g = 0; g < L; g += 4) {
+        const C a = x[g], b = x[g + 1], c = x[g + 2], d = x[g + 3];
+        const C t0 = add(a, b), t1 = sub(a, b), t2 = add(c, d), t3 = mul_minus_i(sub(c, d));
+        x[g] = add(t0, t2);
+        x[g + 2] = sub(t0, t2);
+        x[g + 1] = add(t1, t3);
+        x[g + 3] = sub(t1, t3);
+    }
+    for (int half = 4; half < L; half *= 2) {
+        const int step = 1024 / (2 * half);
+        for (int g = 0; g < L; g += 2 * half) {
+            for (int j = 0; j < half; ++j) {
+                const C w = {kTwiddle1024[2 * j * step], kTwiddle1024[2 * j * step + 1]};
+                const C a = x[g + j], b = mul(x[g + half + j], w);
+                x[g + j] = add(a, b);
+                x[g + half + j] = sub(a, b);
+            }
+        }
+    }
+}
+
+}  // namespace
+
+void kernel_forward(const nkp32fc* src, nkp32fc* dst, int order, bool scale, float factor) {
+    C x[32];
+    const int L = 1 << order;
+    for (int i = 0; i < L; ++i) x[i] = {src[i].re, src[i].im};
+    switch (order) {
+        case 0:
+            break;
+        case 1: {
+            const C a = x[0], b = x[1];
+            x[0] = add(a, b);
+            x[1] = sub(a, b);
+            break;
+        }
+        default:
+            kernel_radix2(x, order);
+            break;
+    }
+    if (scale) {
+        for (int i = 0; i < L; ++i) dst[i] = {x[i].r * factor, x[i].i * factor};
+    } else {
+        for (int i = 0; i < L; ++i) dst[i] = {x[i].r, x[i].i};
+    }
+}
+
+namespace {
+
+// ---- table-driven passes on the block-split layout --------------------------
+
+inline __m128 cmul_re(__m128 ar, __m128 ai, __m128 wr, __m128 wi) {
+    return _mm_sub_ps(_mm_mul_ps(ar, wr), _mm_mul_ps(ai, wi));
+}
+inline __m128 cmul_im(__m128 ar, __m128 ai, __m128 wr, __m128 wi) {
+    return _mm_add_ps(_mm_mul_ps(ar, wi), _mm_mul_ps(ai, wr));
+}
+
+// Decimation in frequency, radix 2, span L/2 (the first pass of odd orders):
+// the even-index half of the spectrum goes to the first half, the odd half
+// (pre-multiplied by its twiddles) to the second.
+void pass_radix2(float* d, int L, const float* tw) {
+    float* a = d;
+    float* b = d + L;  // element L/2
+    for (int jb = 0; jb < L / 8; ++jb, a += 8, b += 8, tw += 8) {
+        const __m128 ar = _mm_load_ps(a), ai = _mm_load_ps(a + 4);
+        const __m128 br = _mm_load_ps(b), bi = _mm_load_ps(b + 4);
+        const __m128 dr = _mm_sub_ps(ar, br), di = _mm_sub_ps(ai, bi);
+        const __m128 wr = _mm_load_ps(tw), wi = _mm_load_ps(tw + 4);
+        _mm_store_ps(a, _mm_add_ps(ar, br));
+        _mm_store_ps(a + 4, _mm_add_ps(ai, bi));
+        _mm_store_ps(b, cmul_re(dr, di, wr, wi));
+        _mm_store_ps(b + 4, cmul_im(dr, di, wr, wi));
+    }
+}
+
+// Radix 4, span m (m >= 4): quarters q = 0..3 of each group of 4m receive
+// the sub-spectra k = 0, 2, 1, 3 (mod 4), which keeps the overall output in
+// bit-reversed order.
+void pass_radix4(float* d, int L, int m, const float* tw0) {
+    const int q = 2 * m;  // floats between quarters
+    for (int g = 0; g < L; g += 4 * m) {
+        float* a = d + 2 * g;
+        const float* tw = tw0;
+        for (int jb = 0; jb < m / 4; ++jb, a += 8, tw += 24) {
+            const __m128 ar = _mm_load_ps(a), ai = _mm_load_ps(a + 4);
+            const __m128 br = _mm_load_ps(a + q), bi = _mm_load_ps(a + q + 4);
+            const __m128 cr = _mm_load_ps(a + 2 * q), ci = _mm_load_ps(a + 2 * q + 4);
+            const __m128 dr = _mm_load_ps(a + 3 * q), di = _mm_load_ps(a + 3 * q + 4);
+            const __m128 t0r = _mm_add_ps(ar, cr), t0i = _mm_add_ps(ai, ci);
+            const __m128 t1r = _mm_sub_ps(ar, cr), t1i = _mm_sub_ps(ai, ci);
+            const __m128 t2r = _mm_add_ps(br, dr), t2i = _mm_add_ps(bi, di);
+            const __m128 t3r = _mm_sub_ps(br, dr), t3i = _mm_sub_ps(bi, di);
+            _mm_store_ps(a, _mm_add_ps(t0r, t2r));
+            _mm_store_ps(a + 4, _mm_add_ps(t0i, t2i));
+            const __m128 y2r = _mm_sub_ps(t0r, t2r), y2i = _mm_sub_ps(t0i, t2i);
+            const __m128 y1r = _mm_add_ps(t1r, t3i), y1i = _mm_sub_ps(t1i, t3r);
+            const __m128 y3r = _mm_sub_ps(t1r, t3i), y3i = _mm_add_ps(t1i, t3r);
+            const __m128 w1r = _mm_load_ps(tw), w1i = _mm_load_ps(tw + 4);
+            const __m128 w2r = _mm_load_ps(tw + 8), w2i = _mm_load_ps(tw + 12);
+            const __m128 w3r = _mm_load_ps(tw + 16), w3i = _mm_load_ps(tw + 20);
+            _mm_store_ps(a + q, cmul_re(y2r, y2i, w2r, w2i));
+            _mm_store_ps(a + q + 4, cmul_im(y2r, y2i, w2r, w2i));
+            _mm_store_ps(a + 2 * q, cmul_re(y1r, y1i, w1r, w1i));
+            _mm_store_ps(a + 2 * q + 4, cmul_im(y1r, y1i, w1r, w1i));
+            _mm_store_ps(a + 3 * q, cmul_re(y3r, y3i, w3r, w3i));
+            _mm_store_ps(a + 3 * q + 4, cmul_im(y3r, y3i, w3r, w3i));
+        }
+    }
+}
+
+// The last radix-4 pass works inside each block; four blocks are transposed
+// so that it runs vertically, and the result is left transposed (bs_gather
+// knows the order).
+void pass_final(float* d, int L) {
+    for (int b = 0; b < L / 4; b += 4) {
+        float* p = d + 8 * b;
+        __m128 ar = _mm_load_ps(p), br = _mm_load_ps(p + 8), cr = _mm_load_ps(p + 16), dr = _mm_load_ps(p + 24);
+        __m128 ai = _mm_load_ps(p + 4), bi = _mm_load_ps(p + 12), ci = _mm_load_ps(p + 20),
+               di = _mm_load_ps(p + 28);
+        transpose4(ar, br, cr, dr);
+        transpose4(ai, bi, ci, di);
+        const __m128 t0r = _mm_add_ps(ar, cr), t0i = _mm_add_ps(ai, ci);
+        const __m128 t1r = _mm_sub_ps(ar, cr), t1i = _mm_sub_ps(ai, ci);
+        const __m128 t2r = _mm_add_ps(br, dr), t2i = _mm_add_ps(bi, di);
+        const __m128 t3r = _mm_sub_ps(br, dr), t3i = _mm_sub_ps(bi, di);
+        _mm_store_ps(p, _mm_add_ps(t0r, t2r));
+        _mm_store_ps(p + 4, _mm_add_ps(t0i, t2i));
+        _mm_store_ps(p + 8, _mm_sub_ps(t0r, t2r));
+        _mm_store_ps(p + 12, _mm_sub_ps(t0i, t2i));
+        _mm_store_ps(p + 16, _mm_add_ps(t1r, t3i));
+        _mm_store_ps(p + 20, _mm_sub_ps(t1i, t3r));
+        _mm_store_ps(p + 24, _mm_sub_ps(t1r, t3i));
+        _mm_store_ps(p + 28, _mm_add_ps(t1i, t3r));
+    }
+}
+
+// e^(-2 pi i num/den): from the constant table when den divides 1024, else
+// computed in double precision.
+void twiddle(int64_t num, int64_t den, float* re, float* im) {
+    if (den <= 1024) {
+        const int64_t j = num * (1024 / den);
+        *re = kTwiddle1024[2 * j];
+        *im = kTwiddle1024[2 * j + 1];
+        return;
+    }
+    const double a = 2.0 * 3.14159265358979323846 * static_cast<double>(num) / static_cast<double>(den);
+    *re = static_cast<float>(std::cos(a));
+    *im = static_cast<float>(-std::sin(a));
+}
+
+int64_t round_down64(int64_t x) { return x & ~int64_t{63}; }
+
+int32_t work_bytes_of(const FftSpecComplex32f* spec) { return spec->bufSize >= 1 ? spec->bufSize + 64 : 0; }
+
+// Unnormalised forward transform of interleaved data, src may equal dst;
+// `work` is the caller's buffer (any alignment) of work_bytes_of(spec).
+void forward_interleaved(const nkp32fc* src, nkp32fc* dst, const FftSpecComplex32f* spec, uint8_t* work,
+                         bool scale, float factor) {
+    const int order = spec->order;
+    if (order <= kMaxKernelOrder) {
+        kernel_forward(src, dst, order, scale, factor);
+        return;
+    }
+    const int L = 1 << order;
+    if (order > kMaxMediumOrder) {
+        float* d = reinterpret_cast<float*>(dst);
+        if (src != dst) std::memcpy(d, src, sizeof(nkp32fc) * static_cast<size_t>(L));
+        large_forward_interleaved(spec, d, align_up<64>(work));
+        if (scale) {
+            const __m128 f = _mm_set1_ps(factor);
+            for (int i = 0; i < 2 * L; i += 4) _mm_storeu_ps(d + i, _mm_mul_ps(_mm_loadu_ps(d + i), f));
+        }
+        return;
+    }
+    float* w = reinterpret_cast<float*>(align_up<64>(work));
+    const float* s = reinterpret_cast<const float*>(src);
+    for (int b = 0; b < L / 4; ++b) {
+        const __m128 v0 = _mm_loadu_ps(s + 8 * b), v1 = _mm_loadu_ps(s + 8 * b + 4);
+        _mm_store_ps(w + 8 * b, _mm_shuffle_ps(v0, v1, _MM_SHUFFLE(2, 0, 2, 0)));
+        _mm_store_ps(w + 8 * b + 4, _mm_shuffle_ps(v0, v1, _MM_SHUFFLE(3, 1, 3, 1)));
+    }
+    bs_transform(spec, w);
+    float* o = reinterpret_cast<float*>(dst);
+    const __m128 f = _mm_set1_ps(factor);
+    for (int it = 0; it < L / 16; ++it) {
+        __m128 re[4], im[4];
+        int base[4];
+        bs_gather(w, order, it, re, im, base);
+        for (int v = 0; v < 4; ++v) {
+            __m128 lo = _mm_unpacklo_ps(re[v], im[v]), hi = _mm_unpackhi_ps(re[v], im[v]);
+            if (scale) lo = _mm_mul_ps(lo, f), hi = _mm_mul_ps(hi, f);
+            _mm_storeu_ps(o + 2 * base[v], lo);
+            _mm_storeu_ps(o + 2 * base[v] + 4, hi);
+        }
+    }
+}
+
+// Swaps real and imaginary parts of n elements, src may equal dst:
+// the inverse DFT is the forward one on swapped data, swapped back.
+void swap_parts(const nkp32fc* src, nkp32fc* dst, int n) {
+    for (int i = 0; i < n; ++i) {
+        const float r = src[i].re, m = src[i].im;
+        dst[i].re = m;
+        dst[i].im = r;
+    }
+}
+
+}  // namespace
+
+uint32_t bit_reverse(uint32_t x, int bits) {
+    const uint32_t r = (uint32_t{kByteReverse.v[x & 255]} << 24) | (uint32_t{kByteReverse.v[(x >> 8) & 255]} << 16) |
+                       (uint32_t{kByteReverse.v[(x >> 16) & 255]} << 8) | kByteReverse.v[(x >> 24) & 255];
+    return bits == 0 ? 0 : r >> (32 - bits);
+}
+
+bool uses_block_split(const FftSpecComplex32f* spec) {
+    return spec->order > kMaxKernelOrder && spec->order <= kMaxMediumOrder;
+}
+
+void bs_transform(const FftSpecComplex32f* spec, float* d) {
+    const int p = spec->order, L = 1 << p;
+    const float* tw = spec->pTwiddle;
+    int m = L / 4;
+    if (p & 1) {
+        pass_radix2(d, L, tw);
+        tw += L;
+        m = L / 8;
+    }
+    for (; m >= 4; m /= 4) {
+        pass_radix4(d, L, m, tw);
+        tw += 6 * m;
+    }
+    pass_final(d, L);
+}
+
+int64_t medium_spec_bytes(int order) {
+    const int64_t L = int64_t{1} << order, R = round_down64(L + 67);
+    return round_down64(8 * L + 71) + R + 256;
+}
+int64_t medium_init_bytes(int order) {
+    const int64_t L = int64_t{1} << order, R = round_down64(L + 67);
+    return order >= 11 ? R + 64 : 0;
+}
+int64_t medium_work_bytes(int order) { return round_down64(8 * (int64_t{1} << order) + 63); }
+
+void medium_fill_twiddles(float* tw, int order) {
+    const int L = 1 << order;
+    int m = L / 4;
+    if (order & 1) {
+        for (int j = 0; j < L / 2; ++j) twiddle(j, L, tw + 8 * (j / 4) + j % 4, tw + 8 * (j / 4) + 4 + j % 4);
+        tw += L;
+        m = L / 8;
+    }
+    for (; m >= 4; m /= 4) {
+        for (int j = 0; j < m; ++j) {
+            float* blk = tw + 24 * (j / 4) + j % 4;
+            for (int q = 1; q <= 3; ++q) twiddle(int64_t{q} * j, 4 * m, blk + 8 * (q - 1), blk + 8 * (q - 1) + 4);
+        }
+        tw += 6 * m;
+    }
+}
+
+nkpStatus fftSizesComplex32f(int order, int flag, int hint, int* specSize, int* initSize, int* bufSize) {
+    if (order > 30 || order < 0) return nkpStatusBadOrder;
+    if (!specSize || !initSize || !bufSize) return nkpStatusNullPointer;
+    if (!valid_flag(flag)) return nkpStatusBadFlag;
+    if (order > kMaxOrder) return nkpStatusBadOrder;
+    if (order <= kMaxKernelOrder) {
+        *specSize = 200;
+        *initSize = 0;
+        *bufSize = 0;
+    } else if (order <= kMaxMediumOrder) {
+        *specSize = static_cast<int>(medium_spec_bytes(order));
+        *initSize = static_cast<int>(medium_init_bytes(order));
+        *bufSize = static_cast<int>(medium_work_bytes(order) + 64);
+    } else {
+        int64_t s, i, w;
+        large_sizes(order, &s, &i, &w);
+        *specSize = static_cast<int>(s + 256);
+        *initSize = static_cast<int>(i);
+        *bufSize = static_cast<int>(w + 64);
+    }
+    return nkpStatusOk;
+}
+
+nkpStatus fftInitComplex32f(FftSpecComplex32f** ppSpec, int order, int flag, int hint, uint8_t* memSpec,
+                            uint8_t* memInit) {
+    if (!ppSpec) return nkpStatusNullPointer;
+    if (order < 0 || order > kMaxOrder) return nkpStatusBadOrder;
+    if (!memSpec) return nkpStatusNullPointer;
+    uint8_t* base = align_up<64>(memSpec);
+    std::memset(base, 0, kHeaderBytes);
+    auto* spec = reinterpret_cast<FftSpecComplex32f*>(base);
+    if (!valid_flag(flag)) {
+        spec->tag = 0;
+        return nkpStatusBadFlag;
+    }
+    const float x = static_cast<float>(int64_t{1} << order);
+    spec->tag = kTagComplex32f;
+    spec->order = order;
+    spec->normFwd = (flag == kDivFwdByN || flag == kDivBySqrtN) ? 1 : 0;
+    spec->normInv = (flag == kDivInvByN || flag == kDivBySqrtN) ? 1 : 0;
+    spec->normFactor = flag == kDivBySqrtN ? rsqrt_refined(x) : 1.0f / x;
+    spec->hint = hint;
+    if (order > kMaxKernelOrder && order <= kMaxMediumOrder) {
+        spec->bufSize = static_cast<int32_t>(medium_work_bytes(order));
+    } else if (order > kMaxMediumOrder) {
+        int64_t s, i, w;
+        large_sizes(order, &s, &i, &w);
+        spec->bufSize = static_cast<int32_t>(w);
+    }
+    if (order >= 11 && !memInit) return nkpStatusNullPointer;
+    if (order > kMaxKernelOrder && order <= kMaxMediumOrder) {
+        float* tw = reinterpret_cast<float*>(base + kHeaderPadded);
+        spec->pBitRev = base + kHeaderBytes;
+        spec->pTwiddle = tw;
+        medium_fill_twiddles(tw, order);
+    } else if (order > kMaxMediumOrder) {
+        large_init(spec, base + kHeaderPadded, memInit);
+    }
+    *ppSpec = spec;
+    return nkpStatusOk;
+}
+
+nkpStatus fftCreateComplex32f(FftSpecComplex32f** ppSpec, int order, int flag, int hint) {
+    if (!ppSpec) return nkpStatusNullPointer;
+    int specSize = 0, initSize = 0, bufSize = 0;
+    nkpStatus st = fftSizesComplex32f(order, flag, hint, &specSize, &initSize, &bufSize);
+    if (st != nkpStatusOk) return st;
+    void* block = malloc_bytes(specSize);
+    if (!block) return nkpStatusNoMemory;
+    void* init = nullptr;
+    if (initSize > 0) {
+        init = malloc_bytes(initSize);
+        if (!init) {
+            release(block);
+            return nkpStatusNoMemory;
+        }
+    }
+    FftSpecComplex32f* spec = nullptr;
+    st = fftInitComplex32f(&spec, order, flag, hint, static_cast<uint8_t*>(block), static_cast<uint8_t*>(init));
+    release(init);
+    if (st != nkpStatusOk) {
+        release(block);
+        return st;
+    }
+    spec->isAllocated = 1;
+    spec->block = block;
+    *ppSpec = spec;
+    return nkpStatusOk;
+}
+
+nkpStatus fftWorkSizeComplex32f(const FftSpecComplex32f* spec, int* size) {
+    if (!spec || !size) return nkpStatusNullPointer;
+    if (spec->tag != kTagComplex32f) return nkpStatusWrongObject;
+    *size = work_bytes_of(spec);
+    return nkpStatusOk;
+}
+
+nkpStatus fftDestroyComplex32f(FftSpecComplex32f* spec) {
+    if (!spec) return nkpStatusNullPointer;
+    if (spec->tag != kTagComplex32f && spec->tag != kTagSplit32f) return nkpStatusWrongObject;
+    spec->tag = 0;
+    if (spec->isAllocated == 1) release(spec->block);
+    return nkpStatusOk;
+}
+
+namespace {
+
+// Runs body(work) with the caller's buffer, or with one allocated for the call.
+template <class Body>
+nkpStatus with_work(const FftSpecComplex32f* spec, uint8_t* buffer, Body body) {
+    const int32_t bytes = work_bytes_of(spec);
+    if (buffer || bytes == 0) {
+        body(buffer);
+        return nkpStatusOk;
+    }
+    auto* own = static_cast<uint8_t*>(malloc_bytes(bytes));
+    if (!own) return nkpStatusNoMemory;
+    body(own);
+    release(own);
+    return nkpStatusOk;
+}
+
+}  // namespace
+
+nkpStatus fftForwardComplex32f(const nkp32fc* src, nkp32fc* dst, const FftSpecComplex32f* spec, uint8_t* buffer) {
+    if (!src || !dst || !spec) return nkpStatusNullPointer;
+    if (spec->tag != kTagComplex32f) return nkpStatusWrongObject;
+    return with_work(spec, buffer, [&](uint8_t* work) {
+        forward_interleaved(src, dst, spec, work, spec->normFwd != 0, spec->normFactor);
+    });
+}
+
+nkpStatus fftInverseComplex32f(const nkp32fc* src, nkp32fc* dst, const FftSpecComplex32f* spec, uint8_t* buffer) {
+    if (!src || !dst || !spec) return nkpStatusNullPointer;
+    if (spec->tag != kTagComplex32f) return nkpStatusWrongObject;
+    return with_work(spec, buffer, [&](uint8_t* work) {
+        const int L = 1 << spec->order;
+        swap_parts(src, dst, L);
+        forward_interleaved(dst, dst, spec, work, spec->normInv != 0, spec->normFactor);
+        swap_parts(dst, dst, L);
+    });
+}
+
+}  // namespace nkp::fft

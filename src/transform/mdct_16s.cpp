@@ -1,0 +1,233 @@
+// The 16-bit forward MDCT (tag 57), powers of two from 32. The input is
+// shifted up by a headroom s chosen from its peak, folded and rotated with a
+// Q14 table into 16-bit complex values, transformed by the 16-bit FFT with
+// scale factor order + 1, rotated again into 32-bit values and narrowed with
+// scale factor scaleFactor - order + s + 10: an overall gain of
+// 2 * 2^-scaleFactor, as in the float transform.
+#include "frame/exports.h"
+#include "frame/memory.h"
+#include "transform/mdct_common.h"
+
+#include <cmath>
+#include <cstring>
+
+namespace nkp {
+
+namespace {
+
+using namespace mdct;
+using fft::FftSpecComplex16s;
+
+constexpr double kPi = 3.14159265358979323846;
+
+int64_t align64(int64_t x) { return (x + 63) & ~int64_t{63}; }
+
+struct Sizes16 {
+    int64_t spec, init, buf, fftBuf;
+};
+
+nkpStatus sizes16(int len, Sizes16* s) {
+    int S = 0, I = 0, B = 0;
+    const nkpStatus st = fft::fftSizesComplex16s(order_of(len), fft::kNoDivByAny, 0, &S, &I, &B);
+    if (st != nkpStatusOk) return st;
+    const int64_t big = 4 * int64_t{len} > B ? 4 * int64_t{len} : B;
+    *s = {2 * int64_t{len / 2} + 168 + S + 64, I, len + big + 64, B};
+    if (s->spec > INT32_MAX || s->buf > INT32_MAX) return nkpStatusBadSize;
+    return nkpStatusOk;
+}
+
+void fill_table(int16_t* t, int len) {
+    const int N4 = len / 4;
+    const double n = static_cast<double>(len);
+    for (int j = 0; j < N4; ++j) {
+        const double theta = 2.0 * kPi * (j + 0.125) / n;
+        tab_sin(t, j) = static_cast<int16_t>(16384.0 * std::sin(theta) + 0.5);
+        tab_cos(t, j) = static_cast<int16_t>(16384.0 * std::cos(theta) + 0.5);
+    }
+}
+
+// Header, then the Q14 table, then the 16-bit FFT specification.
+nkpStatus init16(MdctSpec** out, int len, uint8_t* memSpec, uint8_t* memInit) {
+    if (!out || !memSpec || !memInit) return nkpStatusNullPointer;
+    if (!is_pow2_at_least_32(len)) return nkpStatusBadSize;
+    Sizes16 sizes;
+    nkpStatus st = sizes16(len, &sizes);
+    if (st != nkpStatusOk) return st;
+    uint8_t* base = align_up<64>(memSpec);
+    std::memset(base, 0, kHeaderBytes);
+    auto* spec = reinterpret_cast<MdctSpec*>(base);
+    spec->tag = kTagFwd16s;
+    spec->len = len;
+    auto* table = reinterpret_cast<int16_t*>(base + kHeaderPadded);
+    spec->pTwiddle = table;
+    FftSpecComplex16s* f = nullptr;
+    st = fft::fftInitComplex16s(&f, order_of(len), fft::kNoDivByAny, 0,
+                                base + kHeaderPadded + align64(2 * int64_t{len / 2}), memInit);
+    if (st != nkpStatusOk) {
+        spec->tag = 0;
+        return st;
+    }
+    spec->pFFTSpec = f;
+    spec->bufSize = static_cast<int32_t>(sizes.buf);
+    spec->order = order_of(len);
+    fill_table(table, len);
+    *out = spec;
+    return nkpStatusOk;
+}
+
+nkpStatus init_alloc16(MdctSpec** out, int len) {
+    if (!out) return nkpStatusNullPointer;
+    if (!is_pow2_at_least_32(len)) return nkpStatusBadSize;
+    Sizes16 sizes;
+    nkpStatus st = sizes16(len, &sizes);
+    if (st != nkpStatusOk) return st;
+    // The table stays inside the header block.
+    void* header = malloc_bytes(static_cast<int32_t>(kHeaderPadded + align64(len) + 63));
+    if (!header) return nkpStatusNoMemory;
+    FftSpecComplex16s* f = nullptr;
+    st = fft::fftCreateComplex16s(&f, order_of(len), fft::kNoDivByAny, 0);
+    if (st != nkpStatusOk) {
+        release(header);
+        return st;
+    }
+    uint8_t* base = align_up<64>(header);
+    std::memset(base, 0, kHeaderBytes);
+    auto* spec = reinterpret_cast<MdctSpec*>(base);
+    auto* table = reinterpret_cast<int16_t*>(base + kHeaderPadded);
+    spec->tag = kTagFwd16s;
+    spec->len = len;
+    spec->bufSize = static_cast<int32_t>(sizes.buf);
+    spec->order = order_of(len);
+    spec->isAllocated = 1;
+    spec->pTwiddle = table;
+    spec->pFFTSpec = f;
+    spec->headerBlock = header;
+    fill_table(table, len);
+    *out = spec;
+    return nkpStatusOk;
+}
+
+MdctSpec* tagged16(const void* p) {
+    auto* spec = reinterpret_cast<MdctSpec*>(align_up<64>(const_cast<void*>(p)));
+    return spec->tag == kTagFwd16s ? spec : nullptr;
+}
+
+inline int16_t saturate16(int64_t v) {
+    return static_cast<int16_t>(v > 32767 ? 32767 : (v < -32768 ? -32768 : v));
+}
+
+// Narrows n 32-bit values with scale factor sf: a positive factor shifts
+// right with rounding (at most 31), a negative one shifts left (at most 15);
+// every result saturates to 16 bits.
+void convert32s_to16s_scaled(const int32_t* src, int16_t* dst, int n, int sf) {
+    if (sf > 0) {
+        const int sh = sf > 31 ? 31 : sf;
+        const int64_t round = int64_t{1} << (sh - 1);
+        for (int i = 0; i < n; ++i) dst[i] = saturate16((int64_t{src[i]} + round) >> sh);
+    } else {
+        const int sh = -sf > 15 ? 15 : -sf;
+        for (int i = 0; i < n; ++i) dst[i] = saturate16(int64_t{src[i]} * (int64_t{1} << sh));
+    }
+}
+
+void forward16(const int16_t* x, int16_t* dst, const MdctSpec* spec, int scaleFactor, uint8_t* work) {
+    const int N = spec->len, N4 = N / 4;
+    int32_t mx = x[0], mn = x[0];
+    for (int i = 1; i < N; ++i) {
+        mx = x[i] > mx ? x[i] : mx;
+        mn = x[i] < mn ? x[i] : mn;
+    }
+    const int32_t m = mx > -mn ? mx : -mn;
+    if (m == 0) {
+        std::memset(dst, 0, sizeof(int16_t) * static_cast<size_t>(N / 2));
+        return;
+    }
+    // Headroom: m * 2^s <= 32768 < m * 2^(s+1), one more when m * 2^s is
+    // still at most 32768/sqrt(2).
+    int doublings = 0;
+    for (int32_t v = m; v <= 32768; v *= 2) ++doublings;
+    int s = doublings - 1;
+    if ((m << s) <= 23168) ++s;
+    const int32_t r = int32_t{1} << (15 - s);
+    const int16_t* t = static_cast<const int16_t*>(spec->pTwiddle);
+    auto* z = reinterpret_cast<nkp16sc*>(work);
+    for (int k = 0; k < N4; ++k) {
+        int32_t re, im;
+        fold(x, N, k, &re, &im);
+        const int32_t ts = tab_sin(t, k), tc = tab_cos(t, k);
+        // Arithmetic right shifts of negative sums are intended (floor).
+        z[k].re = static_cast<int16_t>((tc * re + ts * im + r) >> (16 - s));
+        z[k].im = static_cast<int16_t>((tc * im - ts * re + r) >> (16 - s));
+    }
+    uint8_t* behind = work + N;  // N4 complex 16-bit values take N bytes
+    const auto* f = static_cast<const FftSpecComplex16s*>(spec->pFFTSpec);
+    fft::fftForwardComplex16sScaled(z, z, f, spec->order + 1, behind);
+    auto* y = reinterpret_cast<int32_t*>(behind);
+    for (int k = 0; k < N4; ++k) {
+        const int32_t a = z[k].re, b = z[k].im, ts = tab_sin(t, k), tc = tab_cos(t, k);
+        y[2 * k] = tc * a + ts * b;
+        y[N / 2 - 1 - 2 * k] = ts * a - tc * b;
+    }
+    convert32s_to16s_scaled(y, dst, N / 2, scaleFactor - spec->order + s + 10);
+}
+
+}  // namespace
+
+nkpStatus nkpsMDCTFwdGetSize_16s(int len, int* pSpecSize, int* pSizeInit, int* pSizeBuf) {
+    if (!pSpecSize || !pSizeInit || !pSizeBuf) return nkpStatusNullPointer;
+    if (!is_pow2_at_least_32(len)) return nkpStatusBadSize;
+    Sizes16 s;
+    const nkpStatus st = sizes16(len, &s);
+    if (st != nkpStatusOk) return st;
+    *pSpecSize = static_cast<int>(s.spec);
+    *pSizeInit = static_cast<int>(s.init);
+    *pSizeBuf = static_cast<int>(s.buf);
+    return nkpStatusOk;
+}
+
+nkpStatus nkpsMDCTFwdInit_16s(nkpsMDCTFwdSpec_16s** ppSpec, int len, nkp8u* pMemSpec, nkp8u* pMemInit) {
+    return init16(reinterpret_cast<MdctSpec**>(ppSpec), len, pMemSpec, pMemInit);
+}
+
+nkpStatus nkpsMDCTFwdInitAlloc_16s(nkpsMDCTFwdSpec_16s** ppSpec, int len) {
+    return init_alloc16(reinterpret_cast<MdctSpec**>(ppSpec), len);
+}
+
+nkpStatus nkpsMDCTFwdFree_16s(nkpsMDCTFwdSpec_16s* pSpec) {
+    if (!pSpec) return nkpStatusNullPointer;
+    MdctSpec* spec = tagged16(pSpec);
+    if (!spec) return nkpStatusWrongObject;
+    spec->tag = 0;
+    if (spec->isAllocated == 1) {
+        fft::fftDestroyComplex16s(static_cast<FftSpecComplex16s*>(spec->pFFTSpec));
+        release(spec->headerBlock);
+    }
+    return nkpStatusOk;
+}
+
+nkpStatus nkpsMDCTFwdGetBufSize_16s(const nkpsMDCTFwdSpec_16s* pSpec, int* pSize) {
+    if (!pSpec || !pSize) return nkpStatusNullPointer;
+    const MdctSpec* spec = tagged16(pSpec);
+    if (!spec) return nkpStatusWrongObject;
+    *pSize = spec->bufSize;
+    return nkpStatusOk;
+}
+
+nkpStatus nkpsMDCTFwd_16s_Sfs(const nkp16s* pSrc, nkp16s* pDst, const nkpsMDCTFwdSpec_16s* pSpec, int scaleFactor,
+                              nkp8u* pBuffer) {
+    if (!pSpec) return nkpStatusNullPointer;
+    const MdctSpec* spec = tagged16(pSpec);
+    if (!spec) return nkpStatusWrongObject;
+    if (!pSrc || !pDst) return nkpStatusNullPointer;
+    uint8_t* own = nullptr;
+    if (!pBuffer) {
+        own = static_cast<uint8_t*>(malloc_bytes(spec->bufSize));
+        if (!own) return nkpStatusNoMemory;
+        pBuffer = own;
+    }
+    forward16(pSrc, pDst, spec, scaleFactor, align_up<64>(pBuffer));
+    release(own);
+    return nkpStatusOk;
+}
+
+}  // namespace nkp
