@@ -144,9 +144,10 @@ TEST(Pow34Sfs, WithinInterpolationErrorOfTheExactPower) {
 }
 
 // The final shift never exceeds 31, so results that should be tiny come out
-// as round(product / 2^31): 1 or 2 instead of 0. Extreme scales saturate
-// or hold without overflow.
-TEST(Pow34Sfs, ShiftHeldAt31AndExtremeScales) {
+// as round(product / 2^31): 1 or 2 instead of 0. A product exactly halfway
+// goes to the even neighbour. Extreme scales saturate or hold without
+// overflow.
+TEST(Pow34Sfs, ShiftHeldAt31TiesToEvenAndExtremeScales) {
     struct Case {
         int16_t x;
         int in, out;
@@ -158,6 +159,7 @@ TEST(Pow34Sfs, ShiftHeldAt31AndExtremeScales) {
         {1, 0, 40, 1},
         {7, 2, 10, 2},         // 0.012 exactly; the product is 1.52 * 2^31
         {-32768, 0, 0, 2435},  // sign dropped: 2435.496
+        {27042, 2, 0, 5964},   // 5964.5008, but the Q31 product is exactly halfway: to even
         {32767, 40, 0, 32767},
         {32767, 2147483647, -2147483647 - 1, 32767},
         {5, -2147483647 - 1, 2147483647, 1},
