@@ -78,8 +78,23 @@ Pinv = invert(pre_add_matrix())
 A = [[math.cos(math.pi / 72 * (2 * (r if r < 9 else r + 9) + 19) * (2 * k + 1)) for k in range(18)]
      for r in range(18)]
 B = [[math.fsum(A[r][k] * float(Pinv[k][j]) for k in range(18)) for j in range(18)] for r in range(18)]
-# Stored column-major (z index outer) so that pairs of outputs load together.
-Bt = [B[r][j] for j in range(18) for r in range(18)]
+# B factors: row r and row r + 9 (r < 9) apply one 9-tap pattern p_r to the
+# even and to the odd pre-added inputs, so u[r] = E_r + mix[r][0] O_r and
+# u[r + 9] = mix[r][1] E_r + mix[r][2] O_r with E_r = p_r . z_even and
+# O_r = p_r . z_odd. Each pattern is stored twice per tap (both SIMD lanes).
+pattern = []
+mix = []
+for r in range(9):
+    p = [B[r][2 * k] for k in range(9)]
+    a = B[r][1] / B[r][0]
+    g = B[r + 9][0] / B[r][0]
+    dd = B[r + 9][1] / B[r][0]
+    for k in range(9):
+        assert abs(B[r][2 * k + 1] - a * p[k]) < 1e-12 * max(1.0, abs(B[r][2 * k + 1]))
+        assert abs(B[r + 9][2 * k] - g * p[k]) < 1e-12 * max(1.0, abs(B[r + 9][2 * k]))
+        assert abs(B[r + 9][2 * k + 1] - dd * p[k]) < 1e-12 * max(1.0, abs(B[r + 9][2 * k + 1]))
+    pattern += [v for v in p for _ in range(2)]
+    mix += [a, g, dd, 0.0]
 
 
 def window(kind, n):
@@ -125,10 +140,13 @@ for kind in range(3):
 short_m = [math.sin(math.pi / 12 * (n + 0.5)) * math.cos(math.pi / 24 * (2 * n + 7) * (2 * k + 1))
            for n in range(12) for k in range(6)]
 
-# Synthesis: c(m) = sum_k s_k cos(m (2k+1) pi / 64). Even m from the sums
-# a_k = s_k + s_(31-k), odd m from the differences; [k][p], p = 0..15.
-syn_even = [math.cos(2 * p * (2 * k + 1) * math.pi / 64) for k in range(16) for p in range(16)]
-syn_odd = [math.cos((2 * p + 1) * (2 * k + 1) * math.pi / 64) for k in range(16) for p in range(16)]
+
+
+# Factors 1/(2 cos(pi (2k+1) / (2N))) of the recursive 32-point cosine
+# transform, for N = 32, 16, 8, 4, 2 one after the other (N/2 each).
+dct_factors = []
+for n in (32, 16, 8, 4, 2):
+    dct_factors += [0.5 / math.cos(math.pi * (2 * k + 1) / (2 * n)) for k in range(n // 2)]
 
 
 def f(x):
@@ -146,11 +164,15 @@ print("};")
 print()
 print("const double kQuarterPow2[4] = {%s};" % ", ".join(d(v) for v in quarter))
 print()
-print("const double kAliasCs[8] = {%s};" % ", ".join(d(v) for v in cs))
-print("const double kAliasCa[8] = {%s};" % ", ".join(d(v) for v in ca))
+print("const double kAliasHalfCs[8] = {%s};" % ", ".join(d(v / 2) for v in cs))
+print("const double kAliasHalfCa[8] = {%s};" % ", ".join(d(v / 2) for v in ca))
 print()
-print("alignas(16) const double kImdctLong[18 * 18] = {")
-print(rows(Bt, 6))
+print("alignas(16) const double kImdctPattern[9 * 9 * 2] = {")
+print(rows(pattern, 6))
+print("};")
+print()
+print("alignas(16) const double kImdctMix[9][4] = {")
+print(rows(mix, 4))
 print("};")
 print()
 print("const uint8_t kImdctLongMap[36] = {%s};" % ", ".join(str(v) for v in long_map))
@@ -163,11 +185,8 @@ print("alignas(16) const double kImdctShort[12 * 6] = {")
 print(rows(short_m, 6))
 print("};")
 print()
-print("alignas(16) const float kSynthesisEven[16 * 16] = {")
-print(rows(syn_even, 8, f))
-print("};")
-print("alignas(16) const float kSynthesisOdd[16 * 16] = {")
-print(rows(syn_odd, 8, f))
+print("alignas(16) const float kDctFactors[31] = {")
+print(rows(dct_factors, 4, f))
 print("};")
 print()
 print("}  // namespace nkp::mp3")

@@ -18,26 +18,32 @@ extern const double kPow43[kPow43Count];
 // 2^(r/4), r = 0..3.
 extern const double kQuarterPow2[4];
 
-// Alias-reduction butterflies: cs = 1/sqrt(1 + c^2), ca = c/sqrt(1 + c^2).
-extern const double kAliasCs[8];
-extern const double kAliasCa[8];
+// Alias-reduction butterflies, halved: cs/2 and ca/2 with cs = 1/sqrt(1 + c^2),
+// ca = c/sqrt(1 + c^2).
+extern const double kAliasHalfCs[8];
+extern const double kAliasHalfCa[8];
 
-// The 36-point inverse MDCT as an 18 x 18 matrix from the pre-added inputs
-// to the 18 distinct outputs, stored input-major ([j][r]); output n of the
-// 36 is distinct output kImdctLongMap[n] times kImdctLongWindow[type][n]
+// The 36-point inverse MDCT from the pre-added inputs z to its 18 distinct
+// outputs u: for r < 9, E_r and O_r apply the 9-tap pattern r (each tap
+// stored twice, one per SIMD lane) to the even and the odd z, then
+// u[r] = E_r + mix[r][0] O_r and u[r + 9] = mix[r][1] E_r + mix[r][2] O_r.
+// Output n of the 36 is u[kImdctLongMap[n]] times kImdctLongWindow[type][n]
 // (the window with the symmetry's sign folded in). Types: 0 normal,
 // 1 start, 2 stop.
-extern const double kImdctLong[18 * 18];
+extern const double kImdctPattern[9 * 9 * 2];
+extern const double kImdctMix[9][4];
 extern const uint8_t kImdctLongMap[36];
 extern const double kImdctLongWindow[3][36];
 
 // The windowed 12-point inverse MDCT of a short block, [n][k], n = 0..11.
 extern const double kImdctShort[12 * 6];
 
-// The synthesis filter's 32-point cosine transform split into its even
-// outputs (from s_k + s_(31-k)) and odd ones (from s_k - s_(31-k)), [k][p].
-extern const float kSynthesisEven[16 * 16];
-extern const float kSynthesisOdd[16 * 16];
+// The synthesis filter's 32-point cosine transform c(m) = sum_k s_k
+// cos(m (2k+1) pi / 64), split recursively: even outputs are the half-size
+// transform of s_k + s_(N-1-k), odd ones come from the half-size transform
+// of (s_k - s_(N-1-k)) / (2 cos(pi (2k+1) / 2N)) by adding neighbours. The
+// factors for N = 32, 16, 8, 4, 2 follow one another (N/2 each).
+extern const float kDctFactors[31];
 
 // The synthesis window in the order the filter walks it: entry 64 * i + j
 // weighs V slot 2i (j < 32) or slot 2i + 1 (j >= 32), already scaled from

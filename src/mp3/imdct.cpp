@@ -12,7 +12,8 @@
 namespace nkp {
 namespace {
 
-using mp3::kImdctLong;
+using mp3::kImdctMix;
+using mp3::kImdctPattern;
 using mp3::kImdctLongMap;
 using mp3::kImdctLongWindow;
 using mp3::kImdctShort;
@@ -33,15 +34,20 @@ inline void pre_add(const int32_t* x, uint32_t* z) {
 void long_transform(const int32_t* x, int32_t* out, int row) {
     uint32_t z[18];
     pre_add(x, z);
-    __m128d acc[9];
-    for (auto& a : acc) a = _mm_setzero_pd();
-    for (int j = 0; j < 18; ++j) {
-        const __m128d zj = _mm_set1_pd(static_cast<double>(static_cast<int32_t>(z[j])));
-        const double* b = kImdctLong + 18 * j;
-        for (int r = 0; r < 9; ++r) acc[r] = _mm_add_pd(acc[r], _mm_mul_pd(_mm_loadu_pd(b + 2 * r), zj));
-    }
+    // Lanes: (even z, odd z) pairs; one pattern per output pair.
+    __m128d zz[9];
+    for (int k = 0; k < 9; ++k)
+        zz[k] = _mm_cvtepi32_pd(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(z + 2 * k)));
     alignas(16) double u[18];
-    for (int r = 0; r < 9; ++r) _mm_store_pd(u + 2 * r, acc[r]);
+    for (int r = 0; r < 9; ++r) {
+        const double* p = kImdctPattern + 18 * r;
+        __m128d acc = _mm_mul_pd(_mm_load_pd(p), zz[0]);
+        for (int k = 1; k < 9; ++k) acc = _mm_add_pd(acc, _mm_mul_pd(_mm_load_pd(p + 2 * k), zz[k]));
+        alignas(16) double eo[2];
+        _mm_store_pd(eo, acc);
+        u[r] = eo[0] + kImdctMix[r][0] * eo[1];
+        u[r + 9] = kImdctMix[r][1] * eo[0] + kImdctMix[r][2] * eo[1];
+    }
     const double* w = kImdctLongWindow[row];
     for (int n = 0; n < 36; n += 4) {
         const __m128d a = _mm_mul_pd(_mm_set_pd(u[kImdctLongMap[n + 1]], u[kImdctLongMap[n]]), _mm_loadu_pd(w + n));
@@ -71,18 +77,31 @@ void short_transform(const int32_t* x, int32_t* out) {
     }
 }
 
-// The eight butterflies across the border below subband sb (sb >= 1).
+// The eight butterflies across the border below subband sb (sb >= 1), two
+// at a time: a' = a cs - b ca, b' = b cs + a ca in double precision, each
+// result rounded to the nearest integer. The constants are held halved and
+// the inputs doubled, which gives the same products.
 void alias_border(int32_t* x, int sb) {
-    int32_t* below = x + 18 * sb - 1;
-    int32_t* above = x + 18 * sb;
-    for (int i = 0; i < 8; ++i) {
-        // Held as halves with doubled inputs: the products are the same.
-        const double a = 2.0 * below[-i], b = 2.0 * above[i];
-        const double hs = 0.5 * mp3::kAliasCs[i], ha = 0.5 * mp3::kAliasCa[i];
-        const double na = a * hs - b * ha;
-        const double nb = b * hs + a * ha;
-        below[-i] = _mm_cvtsd_si32(_mm_set_sd(na));
-        above[i] = _mm_cvtsd_si32(_mm_set_sd(nb));
+    int32_t* below = x + 18 * sb - 8;  // a_i = below[7 - i]
+    int32_t* above = x + 18 * sb;      // b_i = above[i]
+    const __m128d two = _mm_set1_pd(2.0);
+    for (int h = 0; h < 2; ++h) {
+        // a_(4h..4h+3) reversed into lane order, b_(4h..4h+3).
+        const __m128i a4 = _mm_shuffle_epi32(
+            _mm_loadu_si128(reinterpret_cast<const __m128i*>(below + 4 - 4 * h)), _MM_SHUFFLE(0, 1, 2, 3));
+        const __m128i b4 = _mm_loadu_si128(reinterpret_cast<const __m128i*>(above + 4 * h));
+        __m128i na[2], nb[2];
+        for (int q = 0; q < 2; ++q) {
+            const int i = 4 * h + 2 * q;
+            const __m128d a = _mm_mul_pd(two, _mm_cvtepi32_pd(q ? _mm_srli_si128(a4, 8) : a4));
+            const __m128d b = _mm_mul_pd(two, _mm_cvtepi32_pd(q ? _mm_srli_si128(b4, 8) : b4));
+            const __m128d hs = _mm_loadu_pd(mp3::kAliasHalfCs + i), ha = _mm_loadu_pd(mp3::kAliasHalfCa + i);
+            na[q] = _mm_cvtpd_epi32(_mm_sub_pd(_mm_mul_pd(a, hs), _mm_mul_pd(b, ha)));
+            nb[q] = _mm_cvtpd_epi32(_mm_add_pd(_mm_mul_pd(b, hs), _mm_mul_pd(a, ha)));
+        }
+        const __m128i a_out = _mm_shuffle_epi32(_mm_unpacklo_epi64(na[0], na[1]), _MM_SHUFFLE(0, 1, 2, 3));
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(below + 4 - 4 * h), a_out);
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(above + 4 * h), _mm_unpacklo_epi64(nb[0], nb[1]));
     }
 }
 

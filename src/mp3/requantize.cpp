@@ -24,7 +24,13 @@ constexpr int32_t kMaxQuantised = kPow43Count - 1;
 // gain exponent (global gain - 210 - ...).
 inline double band_scale(int e) {
     // e >> 2 is a floor division; the compiler's arithmetic shift is intended.
-    return std::ldexp(kQuarterPow2[e & 3], (e >> 2) + kSpectrumFracBits);
+    const int p = (e >> 2) + kSpectrumFracBits;
+    if (p < -1000 || p > 1000) return std::ldexp(kQuarterPow2[e & 3], p);
+    // 2^p built directly as a double.
+    const uint64_t bits = static_cast<uint64_t>(p + 1023) << 52;
+    double two_p;
+    std::memcpy(&two_p, &bits, sizeof two_p);
+    return kQuarterPow2[e & 3] * two_p;
 }
 
 // sign(q) * |q|^(4/3) * scale, rounded to nearest and held within 32 bits.

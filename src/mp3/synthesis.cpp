@@ -1,6 +1,6 @@
 // Polyphase synthesis of the MP3 decoder: 18 time slots of 32 subband
 // samples (fixed point, 1.0 = 2^25) to 576 PCM samples, in single-precision
-// SSE arithmetic. The state keeps the last 16 slots of the 64-value V vector.
+// SSE arithmetic. The state keeps the recent 64-value V vectors.
 #include "frame/exports.h"
 #include "frame/object.h"
 #include "mp3/decoder_tables.h"
@@ -17,53 +17,90 @@ namespace {
 constexpr uint32_t kSynthesisTag = amc_tag('S');
 constexpr size_t kAlign = 16;
 
+constexpr int kRing = 32;
+
 struct SynthesisState {
     uint32_t tag;
     int32_t allocated;
     int32_t head;  // ring slot of the newest V vector
     int32_t reserved;
-    alignas(16) float v[16][64];
+    // A ring of V vectors: the window reads the 16 newest; the slack lets
+    // the next four be formed before they are windowed.
+    alignas(16) float v[kRing][64];
 };
 
 inline __m128 reverse(__m128 x) { return _mm_shuffle_ps(x, x, _MM_SHUFFLE(0, 1, 2, 3)); }
 
-// V for one slot from its 32 subband samples. With c(m) = sum_k s_k
-// cos(m (2k+1) pi / 64): V[j] = c(16 + j) for j < 16, -c(48 - j) for
-// 16 <= j < 48 (c(32) is 0), -c(j - 48) from 48 on.
-void compute_v(const int32_t* s, float* v) {
-    __m128 x[8];
-    for (int i = 0; i < 8; ++i) x[i] = _mm_cvtepi32_ps(_mm_loadu_si128(reinterpret_cast<const __m128i*>(s + 4 * i)));
-    alignas(16) float sum[16], dif[16];
-    for (int i = 0; i < 4; ++i) {
-        const __m128 hi = reverse(x[7 - i]);
-        _mm_store_ps(sum + 4 * i, _mm_add_ps(x[i], hi));
-        _mm_store_ps(dif + 4 * i, _mm_sub_ps(x[i], hi));
+// Offset of the factors for size N in kDctFactors (32, 16, 8, 4, 2).
+constexpr int factor_offset(int n) { return n == 32 ? 0 : n == 16 ? 16 : n == 8 ? 24 : n == 4 ? 28 : 30; }
+
+// The cosine transform c(m) = sum_k x_k cos(m (2k+1) pi / 2N) of four time
+// slots at once (one per lane), in place, outputs in natural order.
+template <int N>
+inline void dct(__m128* x) {
+    if constexpr (N == 1) {
+        return;
+    } else {
+        constexpr int H = N / 2;
+        const float* f = mp3::kDctFactors + factor_offset(N);
+        __m128 a[H], b[H];
+        for (int k = 0; k < H; ++k) {
+            a[k] = _mm_add_ps(x[k], x[N - 1 - k]);
+            b[k] = _mm_mul_ps(_mm_sub_ps(x[k], x[N - 1 - k]), _mm_set1_ps(f[k]));
+        }
+        dct<H>(a);
+        dct<H>(b);
+        for (int p = 0; p < H - 1; ++p) {
+            x[2 * p] = a[p];
+            x[2 * p + 1] = _mm_add_ps(b[p], b[p + 1]);
+        }
+        x[N - 2] = a[H - 1];
+        x[N - 1] = b[H - 1];
     }
-    __m128 ev[4], od[4];
-    for (int i = 0; i < 4; ++i) ev[i] = od[i] = _mm_setzero_ps();
-    for (int k = 0; k < 16; ++k) {
-        const __m128 a = _mm_set1_ps(sum[k]), d = _mm_set1_ps(dif[k]);
-        const float* e = mp3::kSynthesisEven + 16 * k;
-        const float* o = mp3::kSynthesisOdd + 16 * k;
+}
+
+// V of four slots from their subband samples (slot t at s + 32 t). With
+// c(m) = sum_k s_k cos(m (2k+1) pi / 64): V[j] = c(16 + j) for j < 16,
+// -c(48 - j) for 16 <= j < 48 (c(32) is 0), -c(j - 48) from 48 on.
+void compute_v4(const int32_t* s, float* const v[4]) {
+    __m128 x[32];
+    for (int q = 0; q < 8; ++q) {
+        __m128 r0 = _mm_cvtepi32_ps(_mm_loadu_si128(reinterpret_cast<const __m128i*>(s + 4 * q)));
+        __m128 r1 = _mm_cvtepi32_ps(_mm_loadu_si128(reinterpret_cast<const __m128i*>(s + 32 + 4 * q)));
+        __m128 r2 = _mm_cvtepi32_ps(_mm_loadu_si128(reinterpret_cast<const __m128i*>(s + 64 + 4 * q)));
+        __m128 r3 = _mm_cvtepi32_ps(_mm_loadu_si128(reinterpret_cast<const __m128i*>(s + 96 + 4 * q)));
+        _MM_TRANSPOSE4_PS(r0, r1, r2, r3);
+        x[4 * q] = r0;
+        x[4 * q + 1] = r1;
+        x[4 * q + 2] = r2;
+        x[4 * q + 3] = r3;
+    }
+    dct<32>(x);
+    alignas(16) float c[4][36];
+    for (int q = 0; q < 8; ++q) {
+        __m128 r0 = x[4 * q], r1 = x[4 * q + 1], r2 = x[4 * q + 2], r3 = x[4 * q + 3];
+        _MM_TRANSPOSE4_PS(r0, r1, r2, r3);
+        _mm_store_ps(c[0] + 4 * q, r0);
+        _mm_store_ps(c[1] + 4 * q, r1);
+        _mm_store_ps(c[2] + 4 * q, r2);
+        _mm_store_ps(c[3] + 4 * q, r3);
+    }
+    const __m128 sign = _mm_set1_ps(-0.0f);
+    for (int t = 0; t < 4; ++t) {
+        float* ct = c[t];
+        float* vt = v[t];
+        _mm_store_ps(ct + 32, _mm_setzero_ps());
         for (int i = 0; i < 4; ++i) {
-            ev[i] = _mm_add_ps(ev[i], _mm_mul_ps(a, _mm_load_ps(e + 4 * i)));
-            od[i] = _mm_add_ps(od[i], _mm_mul_ps(d, _mm_load_ps(o + 4 * i)));
+            // V[j] = c(16 + j), j < 16.
+            _mm_store_ps(vt + 4 * i, _mm_load_ps(ct + 16 + 4 * i));
+            // V[16 + j] = -c(32 - j): reversed c(17..32).
+            _mm_store_ps(vt + 16 + 4 * i, _mm_xor_ps(sign, reverse(_mm_loadu_ps(ct + 29 - 4 * i))));
+            // V[32 + j] = -c(16 - j): reversed c(1..16).
+            _mm_store_ps(vt + 32 + 4 * i, _mm_xor_ps(sign, reverse(_mm_loadu_ps(ct + 13 - 4 * i))));
+            // V[48 + j] = -c(j).
+            _mm_store_ps(vt + 48 + 4 * i, _mm_xor_ps(sign, _mm_load_ps(ct + 4 * i)));
         }
     }
-    alignas(16) float c[33];
-    alignas(16) float even[16], odd[16];
-    for (int i = 0; i < 4; ++i) {
-        _mm_store_ps(even + 4 * i, ev[i]);
-        _mm_store_ps(odd + 4 * i, od[i]);
-    }
-    for (int p = 0; p < 16; ++p) {
-        c[2 * p] = even[p];
-        c[2 * p + 1] = odd[p];
-    }
-    c[32] = 0.0f;
-    for (int j = 0; j < 16; ++j) v[j] = c[16 + j];
-    for (int j = 16; j < 48; ++j) v[j] = -c[48 - j];
-    for (int j = 48; j < 64; ++j) v[j] = -c[j - 48];
 }
 
 // One slot of 32 PCM samples: the window over the 16 newest V vectors.
@@ -72,8 +109,8 @@ inline void window_slot(const SynthesisState* st, int16_t* out, int step) {
     __m128 acc[8];
     for (auto& a : acc) a = _mm_setzero_ps();
     for (int i = 0; i < 8; ++i) {
-        const float* even = st->v[(st->head + 2 * i) & 15];
-        const float* odd = st->v[(st->head + 2 * i + 1) & 15] + 32;
+        const float* even = st->v[(st->head + 2 * i) & (kRing - 1)];
+        const float* odd = st->v[(st->head + 2 * i + 1) & (kRing - 1)] + 32;
         const float* we = w + 64 * i;
         const float* wo = we + 32;
         for (int j = 0; j < 8; ++j) {
@@ -136,10 +173,24 @@ nkpStatus nkpsSynthesisFilter_MP3_32s16s(const nkp32s* pSrc, nkp16s* pDst, int c
     SynthesisState* st = tagged_object<SynthesisState, kAlign>(pState, kSynthesisTag);
     if (!st) return nkpStatusWrongObject;
     mp3::NearestRounding rounding;
-    for (int t = 0; t < 18; ++t) {
-        st->head = (st->head - 1) & 15;
-        compute_v(pSrc + 32 * t, st->v[st->head]);
-        window_slot(st, pDst + 32 * t * channelStep, channelStep);
+    // V vectors are formed four slots at a time (the last group holds two
+    // slots and two of zeros), then each slot enters the ring and is windowed.
+    alignas(16) int32_t tail[4 * 32] = {};
+    alignas(16) float spare[2][64];
+    for (int t0 = 0; t0 < 18; t0 += 4) {
+        const int count = t0 + 4 <= 18 ? 4 : 18 - t0;
+        const int32_t* src = pSrc + 32 * t0;
+        if (count < 4) {
+            std::memcpy(tail, src, sizeof(int32_t) * 32 * count);
+            src = tail;
+        }
+        float* v[4];
+        for (int t = 0; t < 4; ++t) v[t] = t < count ? st->v[(st->head - 1 - t) & (kRing - 1)] : spare[t - count];
+        compute_v4(src, v);
+        for (int t = 0; t < count; ++t) {
+            st->head = (st->head - 1) & (kRing - 1);
+            window_slot(st, pDst + 32 * (t0 + t) * channelStep, channelStep);
+        }
     }
     return nkpStatusOk;
 }
