@@ -84,28 +84,31 @@ struct Pow34Step {
     int shift;
 };
 
-// The steps for every leading-zero count 0..15 of a call's scales.
+// The steps for every leading-zero count 0..15 of a call's scales, and a
+// step for 0 (count 16) whose zero constant makes the result 0.
 // (m * 2^in)^(3/4) = mant * 2^(3e/4) relative to the Q31 product, with
 // e = in - lz + 7 = 4q + r and 2^(3e/4) = 2^(3q + r) * 2^(-r/4).
-void pow34_steps(int32_t in_scale, int32_t out_scale, Pow34Step* steps) {
+void pow34_steps(int32_t in_scale, int32_t out_scale, Pow34Step (&steps)[17]) {
     for (int lz = 0; lz < 16; ++lz) {
         const int64_t e = static_cast<int64_t>(in_scale) - lz + 7;
         const int64_t q = e >> 2;  // floor division: arithmetic shift intended
         const int r = static_cast<int>(e & 3);
         const int64_t shift = 25 + static_cast<int64_t>(out_scale) - 3 * q - r;
-        // Below 15 the result cannot fit; above 31 the shift is held at 31,
-        // so magnitudes that should round to 0 give 1 or 2.
+        // Below 15 the result saturates: the smallest product (0.59 in Q31)
+        // shifted by 15 already exceeds 32767, so 15 serves for all of them.
+        // Above 31 the shift is held at 31, so magnitudes that should round
+        // to 0 give 1 or 2.
         steps[lz].quarter = kQuarterDown[r];
-        steps[lz].shift = shift < 15 ? 0 : (shift > 31 ? 31 : static_cast<int>(shift));
+        steps[lz].shift = shift < 15 ? 15 : (shift > 31 ? 31 : static_cast<int>(shift));
     }
+    steps[16] = {0, 31};
 }
 
-int16_t pow34_fixed(int16_t x, const Pow34Step* steps) {
-    if (x == 0) return 0;
+// Branch-free: zeros and saturation come out of the steps and the limit.
+inline int16_t pow34_fixed(int16_t x, const Pow34Step (&steps)[17]) {
     const uint32_t m = x < 0 ? static_cast<uint32_t>(-static_cast<int32_t>(x)) : static_cast<uint32_t>(x);
     const int lz = leading_zeros16(m);
     const Pow34Step step = steps[lz];
-    if (step.shift == 0) return 32767;
 
     // Mantissa in [1, 2) as 1.15; its 3/4 power interpolated between the
     // table's 257 points.
@@ -189,7 +192,7 @@ nkpStatus nkpsPow34_16s_Sfs(const nkp16s* pSrc, int inScale, nkp16s* pDst, int o
     if (len < 1) return nkpStatusBadSize;
     if (!pSrc || !pDst) return nkpStatusNullPointer;
 
-    Pow34Step steps[16];
+    Pow34Step steps[17];
     pow34_steps(inScale, outScale, steps);
     for (ptrdiff_t i = 0; i < len; ++i) pDst[i] = pow34_fixed(pSrc[i], steps);
     return nkpStatusOk;
