@@ -5,6 +5,7 @@
 #include "frame/object.h"
 #include "transform/engine.h"
 
+#include <climits>
 #include <cmath>
 #include <cstring>
 #include <emmintrin.h>
@@ -73,9 +74,12 @@ nkpStatus fftSizesComplex16s(int order, int flag, int hint, int* specSize, int* 
     int s = 0, i = 0, b = 0;
     const nkpStatus st = fftSizesComplex32f(order, flag, hint, &s, &i, &b);
     if (st != nkpStatusOk) return st;
+    // The float copy of order 28 would not fit a 32-bit size.
+    const int64_t work = int64_t{b} + 8 * int64_t{L} + 64;
+    if (work > INT32_MAX) return nkpStatusBadSize;
     *specSize = s + 192;
     *initSize = i + 64;
-    *bufSize = b + 8 * L + 64;
+    *bufSize = static_cast<int>(work);
     return nkpStatusOk;
 }
 

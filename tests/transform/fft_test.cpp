@@ -188,8 +188,10 @@ TEST(FftSizes, MatchTheFormulas) {
         ASSERT_EQ(fftWorkSizeComplex32f(f.s, &w), nkpStatusOk);
         EXPECT_EQ(w, b);
     }
-    for (int order = 0; order <= 28; ++order) {
-        int s16, i16, b16, s, i, b;
+    int s16, i16, b16;
+    EXPECT_EQ(fftSizesComplex16s(28, kNoDivByAny, 0, &s16, &i16, &b16), nkpStatusBadSize);  // beyond 32-bit sizes
+    for (int order = 0; order <= 27; ++order) {
+        int s, i, b;
         ASSERT_EQ(fftSizesComplex16s(order, kNoDivByAny, 0, &s16, &i16, &b16), nkpStatusOk);
         ASSERT_EQ(fftSizesComplex32f(order, kNoDivByAny, 0, &s, &i, &b), nkpStatusOk);
         const int L = 1 << order;
@@ -223,7 +225,7 @@ TEST(FftStatuses, SizesCheckOrder) {
         {30, 3, true, nkpStatusNullPointer}, // 29 and 30 only after pointers and flag
         {29, 3, false, nkpStatusBadFlag},
         {29, 8, false, nkpStatusBadOrder},
-        {28, 8, false, nkpStatusOk},
+        {27, 8, false, nkpStatusOk},
         {5, 0, false, nkpStatusBadFlag},
         {5, 16, false, nkpStatusBadFlag},
     };
@@ -401,8 +403,10 @@ TEST(Fft16s, SaturatesAndAllocatesWithoutBuffer) {
     ASSERT_EQ(fftWorkSizeComplex16s(s, &w), nkpStatusOk);
     EXPECT_EQ(w, 8 * 16 + 64);
     EXPECT_EQ(fftForwardComplex16sScaled(x.data(), nullptr, s, 0, nullptr), nkpStatusNullPointer);
+    EXPECT_EQ(fftForwardComplex16sScaled(x.data(), y.data(), reinterpret_cast<FftSpecComplex16s*>(y.data()), 0,
+                                         nullptr),
+              nkpStatusWrongObject);
     ASSERT_EQ(fftDestroyComplex16s(s), nkpStatusOk);
-    EXPECT_EQ(fftForwardComplex16sScaled(x.data(), y.data(), s, 0, nullptr), nkpStatusWrongObject);
 }
 
 }  // namespace
