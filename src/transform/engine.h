@@ -151,7 +151,24 @@ inline float rsqrt_refined(float x) {
 bool uses_block_split(const FftSpecComplex32f* spec);
 void bs_transform(const FftSpecComplex32f* spec, float* data);
 
-uint32_t bit_reverse(uint32_t x, int bits);
+struct ByteReverse {
+    uint8_t v[256];
+    constexpr ByteReverse() : v{} {
+        for (int i = 0; i < 256; ++i) {
+            int r = 0;
+            for (int b = 0; b < 8; ++b) r |= ((i >> b) & 1) << (7 - b);
+            v[i] = static_cast<uint8_t>(r);
+        }
+    }
+};
+inline constexpr ByteReverse kByteReverse;
+
+// The low `bits` bits of x in reverse order.
+inline uint32_t bit_reverse(uint32_t x, int bits) {
+    const uint32_t r = (uint32_t{kByteReverse.v[x & 255]} << 24) | (uint32_t{kByteReverse.v[(x >> 8) & 255]} << 16) |
+                       (uint32_t{kByteReverse.v[(x >> 16) & 255]} << 8) | kByteReverse.v[(x >> 24) & 255];
+    return bits == 0 ? 0 : r >> (32 - bits);
+}
 
 inline void transpose4(__m128& a, __m128& b, __m128& c, __m128& d) { _MM_TRANSPOSE4_PS(a, b, c, d); }
 

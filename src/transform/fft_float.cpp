@@ -16,17 +16,6 @@ namespace {
 constexpr int kHeaderBytes = 136;
 constexpr int kHeaderPadded = 192;  // tables start 64-byte aligned behind the header
 
-struct ByteReverse {
-    uint8_t v[256];
-    constexpr ByteReverse() : v{} {
-        for (int i = 0; i < 256; ++i) {
-            int r = 0;
-            for (int b = 0; b < 8; ++b) r |= ((i >> b) & 1) << (7 - b);
-            v[i] = static_cast<uint8_t>(r);
-        }
-    }
-};
-constexpr ByteReverse kByteReverse;
 
 bool valid_flag(int flag) {
     return flag == kDivFwdByN || flag == kDivInvByN || flag == kDivBySqrtN || flag == kNoDivByAny;
@@ -114,24 +103,6 @@ inline __m128 cmul_im(__m128 ar, __m128 ai, __m128 wr, __m128 wi) {
     return _mm_add_ps(_mm_mul_ps(ar, wi), _mm_mul_ps(ai, wr));
 }
 
-// Decimation in frequency, radix 2, span L/2 (the first pass of odd orders):
-// the even-index half of the spectrum goes to the first half, the odd half
-// (pre-multiplied by its twiddles) to the second.
-void pass_radix2(float* d, int L, const float* tw) {
-    float* a = d;
-    float* b = d + L;  // element L/2
-    for (int jb = 0; jb < L / 8; ++jb, a += 8, b += 8, tw += 8) {
-        const __m128 ar = _mm_load_ps(a), ai = _mm_load_ps(a + 4);
-        const __m128 br = _mm_load_ps(b), bi = _mm_load_ps(b + 4);
-        const __m128 dr = _mm_sub_ps(ar, br), di = _mm_sub_ps(ai, bi);
-        const __m128 wr = _mm_load_ps(tw), wi = _mm_load_ps(tw + 4);
-        _mm_store_ps(a, _mm_add_ps(ar, br));
-        _mm_store_ps(a + 4, _mm_add_ps(ai, bi));
-        _mm_store_ps(b, cmul_re(dr, di, wr, wi));
-        _mm_store_ps(b + 4, cmul_im(dr, di, wr, wi));
-    }
-}
-
 // Radix 4, span m (m >= 4): quarters q = 0..3 of each group of 4m receive
 // the sub-spectra k = 0, 2, 1, 3 (mod 4), which keeps the overall output in
 // bit-reversed order.
@@ -167,29 +138,80 @@ void pass_radix4(float* d, int L, int m, const float* tw0) {
     }
 }
 
-// The last radix-4 pass works inside each block; four blocks are transposed
-// so that it runs vertically, and the result is left transposed (bs_gather
-// knows the order).
-void pass_final(float* d, int L) {
+// A radix-4 butterfly on vectors of four complex values (re, im), the
+// outputs in slot order 0, 2, 1, 3.
+struct Quad {
+    __m128 r[4], i[4];
+};
+
+inline void butterfly4(__m128 ar, __m128 ai, __m128 br, __m128 bi, __m128 cr, __m128 ci, __m128 dr, __m128 di,
+                       Quad& out) {
+    const __m128 t0r = _mm_add_ps(ar, cr), t0i = _mm_add_ps(ai, ci);
+    const __m128 t1r = _mm_sub_ps(ar, cr), t1i = _mm_sub_ps(ai, ci);
+    const __m128 t2r = _mm_add_ps(br, dr), t2i = _mm_add_ps(bi, di);
+    const __m128 t3r = _mm_sub_ps(br, dr), t3i = _mm_sub_ps(bi, di);
+    out.r[0] = _mm_add_ps(t0r, t2r), out.i[0] = _mm_add_ps(t0i, t2i);
+    out.r[1] = _mm_sub_ps(t0r, t2r), out.i[1] = _mm_sub_ps(t0i, t2i);
+    out.r[2] = _mm_add_ps(t1r, t3i), out.i[2] = _mm_sub_ps(t1i, t3r);
+    out.r[3] = _mm_sub_ps(t1r, t3i), out.i[3] = _mm_add_ps(t1i, t3r);
+}
+
+// Slots 1..3 times the twiddles w2, w1, w3 of one radix-4 block (24 floats).
+inline void twiddle_slots(Quad& q, const float* tw) {
+    const __m128 w1r = _mm_load_ps(tw), w1i = _mm_load_ps(tw + 4);
+    const __m128 w2r = _mm_load_ps(tw + 8), w2i = _mm_load_ps(tw + 12);
+    const __m128 w3r = _mm_load_ps(tw + 16), w3i = _mm_load_ps(tw + 20);
+    __m128 r = q.r[1], i = q.i[1];
+    q.r[1] = cmul_re(r, i, w2r, w2i), q.i[1] = cmul_im(r, i, w2r, w2i);
+    r = q.r[2], i = q.i[2];
+    q.r[2] = cmul_re(r, i, w1r, w1i), q.i[2] = cmul_im(r, i, w1r, w1i);
+    r = q.r[3], i = q.i[3];
+    q.r[3] = cmul_re(r, i, w3r, w3i), q.i[3] = cmul_im(r, i, w3r, w3i);
+}
+
+// The first pass of odd orders: radix 2 (span L/2) and the first radix-4
+// pass (span L/8) fused into one radix-8 sweep.
+void pass_radix8_first(float* d, int L, const float* tw2, const float* tw4) {
+    const int M = L / 8;      // elements per eighth
+    const int e = 2 * M;      // floats per eighth
+    for (int jb = 0; jb < M / 4; ++jb) {
+        float* a = d + 8 * jb;
+        __m128 sr[4], si[4], tr[4], ti[4];
+        for (int q = 0; q < 4; ++q) {
+            const __m128 xr = _mm_load_ps(a + q * e), xi = _mm_load_ps(a + q * e + 4);
+            const __m128 yr = _mm_load_ps(a + (q + 4) * e), yi = _mm_load_ps(a + (q + 4) * e + 4);
+            sr[q] = _mm_add_ps(xr, yr), si[q] = _mm_add_ps(xi, yi);
+            const __m128 dr = _mm_sub_ps(xr, yr), di = _mm_sub_ps(xi, yi);
+            const float* w = tw2 + 8 * (jb + q * M / 4);
+            const __m128 wr = _mm_load_ps(w), wi = _mm_load_ps(w + 4);
+            tr[q] = cmul_re(dr, di, wr, wi), ti[q] = cmul_im(dr, di, wr, wi);
+        }
+        const float* w4 = tw4 + 24 * jb;
+        Quad o;
+        butterfly4(sr[0], si[0], sr[1], si[1], sr[2], si[2], sr[3], si[3], o);
+        twiddle_slots(o, w4);
+        for (int q = 0; q < 4; ++q) _mm_store_ps(a + q * e, o.r[q]), _mm_store_ps(a + q * e + 4, o.i[q]);
+        butterfly4(tr[0], ti[0], tr[1], ti[1], tr[2], ti[2], tr[3], ti[3], o);
+        twiddle_slots(o, w4);
+        for (int q = 0; q < 4; ++q) _mm_store_ps(a + (q + 4) * e, o.r[q]), _mm_store_ps(a + (q + 4) * e + 4, o.i[q]);
+    }
+}
+
+// The last two radix-4 passes (span 4, then inside each block) on four
+// blocks held in registers. The inner pass runs on the transposed blocks
+// and its result is left transposed (bs_gather knows the order).
+void pass_last(float* d, int L, const float* tw) {
     for (int b = 0; b < L / 4; b += 4) {
         float* p = d + 8 * b;
-        __m128 ar = _mm_load_ps(p), br = _mm_load_ps(p + 8), cr = _mm_load_ps(p + 16), dr = _mm_load_ps(p + 24);
-        __m128 ai = _mm_load_ps(p + 4), bi = _mm_load_ps(p + 12), ci = _mm_load_ps(p + 20),
-               di = _mm_load_ps(p + 28);
-        transpose4(ar, br, cr, dr);
-        transpose4(ai, bi, ci, di);
-        const __m128 t0r = _mm_add_ps(ar, cr), t0i = _mm_add_ps(ai, ci);
-        const __m128 t1r = _mm_sub_ps(ar, cr), t1i = _mm_sub_ps(ai, ci);
-        const __m128 t2r = _mm_add_ps(br, dr), t2i = _mm_add_ps(bi, di);
-        const __m128 t3r = _mm_sub_ps(br, dr), t3i = _mm_sub_ps(bi, di);
-        _mm_store_ps(p, _mm_add_ps(t0r, t2r));
-        _mm_store_ps(p + 4, _mm_add_ps(t0i, t2i));
-        _mm_store_ps(p + 8, _mm_sub_ps(t0r, t2r));
-        _mm_store_ps(p + 12, _mm_sub_ps(t0i, t2i));
-        _mm_store_ps(p + 16, _mm_add_ps(t1r, t3i));
-        _mm_store_ps(p + 20, _mm_sub_ps(t1i, t3r));
-        _mm_store_ps(p + 24, _mm_sub_ps(t1r, t3i));
-        _mm_store_ps(p + 28, _mm_add_ps(t1i, t3r));
+        Quad o;
+        butterfly4(_mm_load_ps(p), _mm_load_ps(p + 4), _mm_load_ps(p + 8), _mm_load_ps(p + 12), _mm_load_ps(p + 16),
+                   _mm_load_ps(p + 20), _mm_load_ps(p + 24), _mm_load_ps(p + 28), o);
+        twiddle_slots(o, tw);
+        transpose4(o.r[0], o.r[1], o.r[2], o.r[3]);
+        transpose4(o.i[0], o.i[1], o.i[2], o.i[3]);
+        Quad f;
+        butterfly4(o.r[0], o.i[0], o.r[1], o.i[1], o.r[2], o.i[2], o.r[3], o.i[3], f);
+        for (int q = 0; q < 4; ++q) _mm_store_ps(p + 8 * q, f.r[q]), _mm_store_ps(p + 8 * q + 4, f.i[q]);
     }
 }
 
@@ -266,12 +288,6 @@ void swap_parts(const nkp32fc* src, nkp32fc* dst, int n) {
 
 }  // namespace
 
-uint32_t bit_reverse(uint32_t x, int bits) {
-    const uint32_t r = (uint32_t{kByteReverse.v[x & 255]} << 24) | (uint32_t{kByteReverse.v[(x >> 8) & 255]} << 16) |
-                       (uint32_t{kByteReverse.v[(x >> 16) & 255]} << 8) | kByteReverse.v[(x >> 24) & 255];
-    return bits == 0 ? 0 : r >> (32 - bits);
-}
-
 bool uses_block_split(const FftSpecComplex32f* spec) {
     return spec->order > kMaxKernelOrder && spec->order <= kMaxMediumOrder;
 }
@@ -281,15 +297,15 @@ void bs_transform(const FftSpecComplex32f* spec, float* d) {
     const float* tw = spec->pTwiddle;
     int m = L / 4;
     if (p & 1) {
-        pass_radix2(d, L, tw);
-        tw += L;
-        m = L / 8;
+        pass_radix8_first(d, L, tw, tw + L);
+        tw += L + 6 * (L / 8);
+        m = L / 32;
     }
-    for (; m >= 4; m /= 4) {
+    for (; m > 4; m /= 4) {
         pass_radix4(d, L, m, tw);
         tw += 6 * m;
     }
-    pass_final(d, L);
+    pass_last(d, L, tw);
 }
 
 int64_t medium_spec_bytes(int order) {

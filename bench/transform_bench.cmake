@@ -1,0 +1,13 @@
+# FFTW (single precision) and FFmpeg's libavutil transforms as peers.
+if(PkgConfig_FOUND)
+  pkg_check_modules(NKPAC_FFTW3F IMPORTED_TARGET fftw3f)
+  if(NKPAC_FFTW3F_FOUND)
+    target_link_libraries(nkpac_${name} PRIVATE PkgConfig::NKPAC_FFTW3F)
+    target_compile_definitions(nkpac_${name} PRIVATE NKPAC_BENCH_FFTW)
+  endif()
+  pkg_check_modules(NKPAC_AVUTIL IMPORTED_TARGET libavutil)
+  if(NKPAC_AVUTIL_FOUND)
+    target_link_libraries(nkpac_${name} PRIVATE PkgConfig::NKPAC_AVUTIL)
+    target_compile_definitions(nkpac_${name} PRIVATE NKPAC_BENCH_AVUTIL)
+  endif()
+endif()
