@@ -239,9 +239,10 @@ NKPAC_API nkpStatus nkpsPow43Scale_16s32s_Sf(const nkp16s* pSrc, nkp32s* pDst, c
 /* The spreading function of MPEG-1 psychoacoustic model 2 between two band
  * positions, distance (second - first) * 2^scaleFactor Bark, as one Q15
  * value saturated to 32767 (distance 0 gives 32767; beyond +12 or -6 on
- * the spreading axis, 0). Computed in Q23 fixed point with 16-bit power
- * tables: within one unit of 32768 * 10^(value/10) rounded. Checks: dst
- * null (NullPointer). Returns nkpStatusOk. */
+ * the spreading axis, 0). Computed in Q23 fixed point; the final power of
+ * ten goes through two 256-entry power-of-two tables (exponent rounded to
+ * 16 fraction bits): within one unit of 32768 * 10^(value/10) rounded.
+ * Checks: dst null (NullPointer). Returns nkpStatusOk. */
 NKPAC_API nkpStatus nkpsSpread_16s_Sfs(nkp16s first, nkp16s second, int scaleFactor, nkp16s* pDst);
 /* NKPAC-END vector */
 
