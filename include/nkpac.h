@@ -395,8 +395,9 @@ NKPAC_API nkpStatus nkpsPackSideInfo_MP3(const nkpMP3SideInfo* pSrcSideInfo, nkp
                                          const nkpMP3FrameHeader* pFrameHeader);
 
 /* Empty reservoir sized for MPEG-1 frames of this header: maxReservoirBits =
- * min(7680 - frame bits, 4088). samplingFreqIndex must be 0..2 and
- * bitrateIndex 0..14 (not checked). */
+ * min(7680 - frame bits, 4088). Pass samplingFreqIndex 0..2 and
+ * bitrateIndex 0..14; other values are not rejected (they count as a
+ * free-format frame). */
 NKPAC_API nkpStatus nkpsBitReservoirInit_MP3(nkpMP3BitReservoir* pBitReservoir,
                                              const nkpMP3FrameHeader* pFrameHeader);
 

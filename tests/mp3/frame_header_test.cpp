@@ -136,6 +136,7 @@ const ReservoirCase kReservoirCases[] = {
     {"k256_48kHz", 1, 13, 1, nkpStatusOk, 7680 - 768 * 8},
     {"k224_44kHz", 1, 12, 0, nkpStatusOk, 7680 - 731 * 8},
     {"k320_44kHz", 1, 14, 0, nkpStatusOk, 0},
+    {"unlisted_indices_as_free_format", 1, 15, 3, nkpStatusOk, 4088},
     {"lsf_rejected", 0, 9, 0, nkpStatusBadMP3FrameHeader, 0},
     {"id_2_rejected", 2, 9, 0, nkpStatusBadMP3FrameHeader, 0},
 };
