@@ -78,23 +78,28 @@ Pinv = invert(pre_add_matrix())
 A = [[math.cos(math.pi / 72 * (2 * (r if r < 9 else r + 9) + 19) * (2 * k + 1)) for k in range(18)]
      for r in range(18)]
 B = [[math.fsum(A[r][k] * float(Pinv[k][j]) for k in range(18)) for j in range(18)] for r in range(18)]
-# B factors: row r and row r + 9 (r < 9) apply one 9-tap pattern p_r to the
-# even and to the odd pre-added inputs, so u[r] = E_r + mix[r][0] O_r and
-# u[r + 9] = mix[r][1] E_r + mix[r][2] O_r with E_r = p_r . z_even and
-# O_r = p_r . z_odd. Each pattern is stored twice per tap (both SIMD lanes).
-pattern = []
+# B factors: row r and row r + 9 (r < 9) apply one 9-tap pattern to the even
+# and to the odd pre-added inputs, and that pattern is p_r[0] cos(k pi
+# (2m+1) / 18), m = 8 - r: G_m = sum_k cos(k pi (2m+1) / 18) z_(2k) (and the
+# same of z_(2k+1)) gives u[r] = mix[r][0] G_m.even + mix[r][1] G_m.odd and
+# u[r + 9] = mix[r][2] G_m.even + mix[r][3] G_m.odd. G_(8-m) is G_m with the
+# odd taps negated, so only m = 0..3 need multiplications (m = 4 is
+# z0 - z4 + z8 - ...). kImdctCos holds cos(k pi (2m+1) / 18) for m = 0..3,
+# k = 0..8, each twice (both SIMD lanes).
+cos9 = []
+for m in range(4):
+    cos9 += [math.cos(k * math.pi * (2 * m + 1) / 18) for k in range(9) for _ in range(2)]
 mix = []
 for r in range(9):
-    p = [B[r][2 * k] for k in range(9)]
-    a = B[r][1] / B[r][0]
-    g = B[r + 9][0] / B[r][0]
-    dd = B[r + 9][1] / B[r][0]
+    m = 8 - r
+    p0 = B[r][0]
     for k in range(9):
-        assert abs(B[r][2 * k + 1] - a * p[k]) < 1e-12 * max(1.0, abs(B[r][2 * k + 1]))
-        assert abs(B[r + 9][2 * k] - g * p[k]) < 1e-12 * max(1.0, abs(B[r + 9][2 * k]))
-        assert abs(B[r + 9][2 * k + 1] - dd * p[k]) < 1e-12 * max(1.0, abs(B[r + 9][2 * k + 1]))
-    pattern += [v for v in p for _ in range(2)]
-    mix += [a, g, dd, 0.0]
+        c = math.cos(k * math.pi * (2 * m + 1) / 18)
+        assert abs(B[r][2 * k] - p0 * c) < 1e-12 * max(1.0, abs(B[r][2 * k]))
+        assert abs(B[r][2 * k + 1] - B[r][1] * c) < 1e-12 * max(1.0, abs(B[r][2 * k + 1]))
+        assert abs(B[r + 9][2 * k] - B[r + 9][0] * c) < 1e-12 * max(1.0, abs(B[r + 9][2 * k]))
+        assert abs(B[r + 9][2 * k + 1] - B[r + 9][1] * c) < 1e-12 * max(1.0, abs(B[r + 9][2 * k + 1]))
+    mix += [B[r][0], B[r][1], B[r + 9][0], B[r + 9][1]]
 
 
 def window(kind, n):
@@ -167,8 +172,8 @@ print()
 print("const double kAliasHalfCs[8] = {%s};" % ", ".join(d(v / 2) for v in cs))
 print("const double kAliasHalfCa[8] = {%s};" % ", ".join(d(v / 2) for v in ca))
 print()
-print("alignas(16) const double kImdctPattern[9 * 9 * 2] = {")
-print(rows(pattern, 6))
+print("alignas(16) const double kImdctCos[4 * 9 * 2] = {")
+print(rows(cos9, 6))
 print("};")
 print()
 print("alignas(16) const double kImdctMix[9][4] = {")

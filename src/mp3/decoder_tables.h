@@ -24,13 +24,15 @@ extern const double kAliasHalfCs[8];
 extern const double kAliasHalfCa[8];
 
 // The 36-point inverse MDCT from the pre-added inputs z to its 18 distinct
-// outputs u: for r < 9, E_r and O_r apply the 9-tap pattern r (each tap
-// stored twice, one per SIMD lane) to the even and the odd z, then
-// u[r] = E_r + mix[r][0] O_r and u[r + 9] = mix[r][1] E_r + mix[r][2] O_r.
+// outputs u. With G_m = sum_k cos(k pi (2m+1) / 18) z_(2k) (and the same
+// over the odd z_(2k+1)), for r < 9 and m = 8 - r: u[r] = mix[r][0] G.even
+// + mix[r][1] G.odd, u[r + 9] = mix[r][2] G.even + mix[r][3] G.odd.
+// G_(8-m) equals G_m with its odd-k terms negated. kImdctCos holds the
+// cosines of m = 0..3, k = 0..8, each twice (one per SIMD lane).
 // Output n of the 36 is u[kImdctLongMap[n]] times kImdctLongWindow[type][n]
 // (the window with the symmetry's sign folded in). Types: 0 normal,
 // 1 start, 2 stop.
-extern const double kImdctPattern[9 * 9 * 2];
+extern const double kImdctCos[4 * 9 * 2];
 extern const double kImdctMix[9][4];
 extern const uint8_t kImdctLongMap[36];
 extern const double kImdctLongWindow[3][36];

@@ -13,7 +13,7 @@ namespace nkp {
 namespace {
 
 using mp3::kImdctMix;
-using mp3::kImdctPattern;
+using mp3::kImdctCos;
 using mp3::kImdctLongMap;
 using mp3::kImdctLongWindow;
 using mp3::kImdctShort;
@@ -38,15 +38,24 @@ void long_transform(const int32_t* x, int32_t* out, int row) {
     __m128d zz[9];
     for (int k = 0; k < 9; ++k)
         zz[k] = _mm_cvtepi32_pd(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(z + 2 * k)));
+    // G_m and G_(8-m) from the even-k and odd-k partial sums.
+    __m128d g[9];
+    for (int m = 0; m < 4; ++m) {
+        const double* c = kImdctCos + 18 * m;
+        __m128d even = _mm_mul_pd(_mm_load_pd(c), zz[0]);
+        __m128d odd = _mm_mul_pd(_mm_load_pd(c + 2), zz[1]);
+        for (int k = 2; k < 9; k += 2) even = _mm_add_pd(even, _mm_mul_pd(_mm_load_pd(c + 2 * k), zz[k]));
+        for (int k = 3; k < 9; k += 2) odd = _mm_add_pd(odd, _mm_mul_pd(_mm_load_pd(c + 2 * k), zz[k]));
+        g[m] = _mm_add_pd(even, odd);
+        g[8 - m] = _mm_sub_pd(even, odd);
+    }
+    g[4] = _mm_add_pd(_mm_sub_pd(_mm_add_pd(_mm_sub_pd(zz[0], zz[2]), zz[4]), zz[6]), zz[8]);
     alignas(16) double u[18];
     for (int r = 0; r < 9; ++r) {
-        const double* p = kImdctPattern + 18 * r;
-        __m128d acc = _mm_mul_pd(_mm_load_pd(p), zz[0]);
-        for (int k = 1; k < 9; ++k) acc = _mm_add_pd(acc, _mm_mul_pd(_mm_load_pd(p + 2 * k), zz[k]));
         alignas(16) double eo[2];
-        _mm_store_pd(eo, acc);
-        u[r] = eo[0] + kImdctMix[r][0] * eo[1];
-        u[r + 9] = kImdctMix[r][1] * eo[0] + kImdctMix[r][2] * eo[1];
+        _mm_store_pd(eo, g[8 - r]);
+        u[r] = kImdctMix[r][0] * eo[0] + kImdctMix[r][1] * eo[1];
+        u[r + 9] = kImdctMix[r][2] * eo[0] + kImdctMix[r][3] * eo[1];
     }
     const double* w = kImdctLongWindow[row];
     for (int n = 0; n < 36; n += 4) {
