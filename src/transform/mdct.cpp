@@ -129,21 +129,40 @@ void forward_vector(const float* x, float* y, const MdctSpec* spec, float* z) {
     }
 }
 
-void forward_scalar(const float* x, float* y, const MdctSpec* spec, Cx* z, uint8_t* fft_work) {
-    const int N = spec->len, N4 = N / 4;
+// The scalar route: 12 and 36 (lengths fixed at compile time, so that the
+// folding indices are constants), small powers of two and the large ones.
+template <int NF>
+void forward_fixed(const float* x, float* y, const MdctSpec* spec, Cx* zwork, uint8_t* fft_work) {
+    const int N = NF ? NF : spec->len, N4 = N / 4;
     const float* t = static_cast<const float*>(spec->pTwiddle);
+    Cx local[NF ? NF / 4 : 1];
+    Cx* z = NF ? local : zwork;
+#pragma GCC unroll 9
     for (int k = 0; k < N4; ++k) {
         float re, im;
         fold(x, N, k, &re, &im);
         const float ts = tab_sin(t, k), tc = tab_cos(t, k);
         z[k] = {tc * re + ts * im, tc * im - ts * re};
     }
-    short_dft(spec, z, fft_work);
+    if constexpr (NF == 12) {
+        dft3(z[0], z[1], z[2], &z[0], &z[1], &z[2]);
+    } else if constexpr (NF == 36) {
+        dft9(z);
+    } else {
+        short_dft(spec, z, fft_work);
+    }
+#pragma GCC unroll 9
     for (int k = 0; k < N4; ++k) {
         const float a = z[k].r, b = z[k].i, ts = tab_sin(t, k), tc = tab_cos(t, k);
         y[2 * k] = tc * a + ts * b;
         y[N / 2 - 1 - 2 * k] = ts * a - tc * b;
     }
+}
+
+void forward_scalar(const float* x, float* y, const MdctSpec* spec, Cx* z, uint8_t* fft_work) {
+    if (spec->len == 12) return forward_fixed<12>(x, y, spec, z, fft_work);
+    if (spec->len == 36) return forward_fixed<36>(x, y, spec, z, fft_work);
+    forward_fixed<0>(x, y, spec, z, fft_work);
 }
 
 // ---- inverse ----------------------------------------------------------------
@@ -189,14 +208,25 @@ void inverse_vector(const float* X, float* y, const MdctSpec* spec, float* z) {
     }
 }
 
-void inverse_scalar(const float* X, float* y, const MdctSpec* spec, Cx* z, uint8_t* fft_work) {
-    const int N = spec->len, N4 = N / 4, h = (N4 + 1) / 2;
+template <int NF>
+void inverse_fixed(const float* X, float* y, const MdctSpec* spec, Cx* zwork, uint8_t* fft_work) {
+    const int N = NF ? NF : spec->len, N4 = N / 4, h = (N4 + 1) / 2;
     const float* t = static_cast<const float*>(spec->pTwiddle);
+    Cx local[NF ? NF / 4 : 1];
+    Cx* z = NF ? local : zwork;
+#pragma GCC unroll 9
     for (int k = 0; k < N4; ++k) {
         const float re = X[2 * k], im = X[N / 2 - 1 - 2 * k], ts = tab_sin(t, k), tc = tab_cos(t, k);
         z[k] = {tc * re + ts * im, tc * im - ts * re};
     }
-    short_dft(spec, z, fft_work);
+    if constexpr (NF == 12) {
+        dft3(z[0], z[1], z[2], &z[0], &z[1], &z[2]);
+    } else if constexpr (NF == 36) {
+        dft9(z);
+    } else {
+        short_dft(spec, z, fft_work);
+    }
+#pragma GCC unroll 9
     for (int k = 0; k < N4; ++k) {
         const float a = z[k].r, b = z[k].i, ts = tab_sin(t, k), tc = tab_cos(t, k);
         const float P = tc * a + ts * b, Q = tc * b - ts * a;
@@ -212,6 +242,12 @@ void inverse_scalar(const float* X, float* y, const MdctSpec* spec, Cx* z, uint8
             y[N / 4 + 2 * k] = Q;
         }
     }
+}
+
+void inverse_scalar(const float* X, float* y, const MdctSpec* spec, Cx* z, uint8_t* fft_work) {
+    if (spec->len == 12) return inverse_fixed<12>(X, y, spec, z, fft_work);
+    if (spec->len == 36) return inverse_fixed<36>(X, y, spec, z, fft_work);
+    inverse_fixed<0>(X, y, spec, z, fft_work);
 }
 
 // ---- life cycle ---------------------------------------------------------------
