@@ -32,7 +32,7 @@ inline C sub(C a, C b) { return {a.r - b.r, a.i - b.i}; }
 inline C mul(C a, C w) { return {a.r * w.r - a.i * w.i, a.r * w.i + a.i * w.r}; }
 inline C mul_minus_i(C a) { return {a.i, -a.r}; }
 
-// In place on x (length 2^order, order 2..5): bit reversal, then radix-2
+// In place on x (length 2^order, order 2..3): bit reversal, then radix-2
 // passes with twiddles decimated from the 1024-point table.
 void kernel_radix2(C* x, int order) {
     const int L = 1 << order;
@@ -66,9 +66,99 @@ void kernel_radix2(C* x, int order) {
     }
 }
 
+// Four-wide kernels of 16 and 32 points. With n = 4 n1 + n2 the 16-point
+// DFT is a 4-point DFT over n1 (one vector per n1, lanes n2), twiddles
+// e^(-2 pi i n2 k1/16), a transpose, and a 4-point DFT over n2, after which
+// vector k2 holds X[4 k2 .. 4 k2 + 3].
+alignas(16) constexpr float kW16[6][4] = {
+    {1.0f, 0.92387953f, 0.70710678f, 0.38268343f},   {0.0f, -0.38268343f, -0.70710678f, -0.92387953f},
+    {1.0f, 0.70710678f, 0.0f, -0.70710678f},         {0.0f, -0.70710678f, -1.0f, -0.70710678f},
+    {1.0f, 0.38268343f, -0.70710678f, -0.92387953f}, {0.0f, -0.92387953f, -0.70710678f, 0.38268343f}};
+alignas(16) constexpr float kW32[2][16] = {
+    {1.0f, 0.98078528f, 0.92387953f, 0.83146961f, 0.70710678f, 0.55557023f, 0.38268343f, 0.19509032f, 0.0f,
+     -0.19509032f, -0.38268343f, -0.55557023f, -0.70710678f, -0.83146961f, -0.92387953f, -0.98078528f},
+    {0.0f, -0.19509032f, -0.38268343f, -0.55557023f, -0.70710678f, -0.83146961f, -0.92387953f, -0.98078528f,
+     -1.0f, -0.98078528f, -0.92387953f, -0.83146961f, -0.70710678f, -0.55557023f, -0.38268343f, -0.19509032f}};
+
+inline void dft4_natural(const __m128* r, const __m128* i, __m128* yr, __m128* yi) {
+    const __m128 t0r = _mm_add_ps(r[0], r[2]), t0i = _mm_add_ps(i[0], i[2]);
+    const __m128 t1r = _mm_sub_ps(r[0], r[2]), t1i = _mm_sub_ps(i[0], i[2]);
+    const __m128 t2r = _mm_add_ps(r[1], r[3]), t2i = _mm_add_ps(i[1], i[3]);
+    const __m128 t3r = _mm_sub_ps(r[1], r[3]), t3i = _mm_sub_ps(i[1], i[3]);
+    yr[0] = _mm_add_ps(t0r, t2r), yi[0] = _mm_add_ps(t0i, t2i);
+    yr[2] = _mm_sub_ps(t0r, t2r), yi[2] = _mm_sub_ps(t0i, t2i);
+    yr[1] = _mm_add_ps(t1r, t3i), yi[1] = _mm_sub_ps(t1i, t3r);
+    yr[3] = _mm_sub_ps(t1r, t3i), yi[3] = _mm_add_ps(t1i, t3r);
+}
+
+// r/i: x[4b .. 4b+3] for b = 0..3; zr/zi: X[4k2 .. 4k2+3].
+inline void dft16_vectors(const __m128* r, const __m128* i, __m128* zr, __m128* zi) {
+    __m128 yr[4], yi[4];
+    dft4_natural(r, i, yr, yi);
+    for (int k1 = 1; k1 < 4; ++k1) {
+        const __m128 wr = _mm_load_ps(kW16[2 * (k1 - 1)]), wi = _mm_load_ps(kW16[2 * (k1 - 1) + 1]);
+        const __m128 a = yr[k1], b = yi[k1];
+        yr[k1] = _mm_sub_ps(_mm_mul_ps(a, wr), _mm_mul_ps(b, wi));
+        yi[k1] = _mm_add_ps(_mm_mul_ps(a, wi), _mm_mul_ps(b, wr));
+    }
+    _MM_TRANSPOSE4_PS(yr[0], yr[1], yr[2], yr[3]);
+    _MM_TRANSPOSE4_PS(yi[0], yi[1], yi[2], yi[3]);
+    dft4_natural(yr, yi, zr, zi);
+}
+
+inline void load_split4(const float* s, __m128* r, __m128* i) {
+    const __m128 v0 = _mm_loadu_ps(s), v1 = _mm_loadu_ps(s + 4);
+    *r = _mm_shuffle_ps(v0, v1, _MM_SHUFFLE(2, 0, 2, 0));
+    *i = _mm_shuffle_ps(v0, v1, _MM_SHUFFLE(3, 1, 3, 1));
+}
+
+void kernel16(const float* src, float* dst, bool scale, float factor) {
+    __m128 r[4], i[4], zr[4], zi[4];
+    for (int b = 0; b < 4; ++b) load_split4(src + 8 * b, &r[b], &i[b]);
+    dft16_vectors(r, i, zr, zi);
+    const __m128 f = _mm_set1_ps(factor);
+    for (int k = 0; k < 4; ++k) {
+        __m128 lo = _mm_unpacklo_ps(zr[k], zi[k]), hi = _mm_unpackhi_ps(zr[k], zi[k]);
+        if (scale) lo = _mm_mul_ps(lo, f), hi = _mm_mul_ps(hi, f);
+        _mm_storeu_ps(dst + 8 * k, lo);
+        _mm_storeu_ps(dst + 8 * k + 4, hi);
+    }
+}
+
+// 32 points: one radix-2 split into two 16-point DFTs (even and odd k).
+void kernel32(const float* src, float* dst, bool scale, float factor) {
+    __m128 ar[4], ai[4], br[4], bi[4];
+    for (int b = 0; b < 4; ++b) {
+        __m128 xr, xi, yr, yi;
+        load_split4(src + 8 * b, &xr, &xi);
+        load_split4(src + 8 * b + 32, &yr, &yi);
+        ar[b] = _mm_add_ps(xr, yr), ai[b] = _mm_add_ps(xi, yi);
+        const __m128 dr = _mm_sub_ps(xr, yr), di = _mm_sub_ps(xi, yi);
+        const __m128 wr = _mm_load_ps(kW32[0] + 4 * b), wi = _mm_load_ps(kW32[1] + 4 * b);
+        br[b] = _mm_sub_ps(_mm_mul_ps(dr, wr), _mm_mul_ps(di, wi));
+        bi[b] = _mm_add_ps(_mm_mul_ps(dr, wi), _mm_mul_ps(di, wr));
+    }
+    __m128 er[4], ei[4], orr[4], oi[4];
+    dft16_vectors(ar, ai, er, ei);
+    dft16_vectors(br, bi, orr, oi);
+    const __m128 f = _mm_set1_ps(factor);
+    for (int k = 0; k < 4; ++k) {
+        // X[2k] and X[2k+1] alternate in the output.
+        const __m128 el = _mm_unpacklo_ps(er[k], ei[k]), eh = _mm_unpackhi_ps(er[k], ei[k]);
+        const __m128 ol = _mm_unpacklo_ps(orr[k], oi[k]), oh = _mm_unpackhi_ps(orr[k], oi[k]);
+        __m128 v[4] = {_mm_movelh_ps(el, ol), _mm_movehl_ps(ol, el), _mm_movelh_ps(eh, oh), _mm_movehl_ps(oh, eh)};
+        for (int j = 0; j < 4; ++j) {
+            if (scale) v[j] = _mm_mul_ps(v[j], f);
+            _mm_storeu_ps(dst + 16 * k + 4 * j, v[j]);
+        }
+    }
+}
+
 }  // namespace
 
 void kernel_forward(const nkp32fc* src, nkp32fc* dst, int order, bool scale, float factor) {
+    if (order == 4) return kernel16(&src[0].re, &dst[0].re, scale, factor);
+    if (order == 5) return kernel32(&src[0].re, &dst[0].re, scale, factor);
     C x[32];
     const int L = 1 << order;
     for (int i = 0; i < L; ++i) x[i] = {src[i].re, src[i].im};
