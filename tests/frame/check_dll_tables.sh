@@ -9,7 +9,9 @@
 #               system DLLs.
 # A MinGW runtime DLL (libstdc++, libgcc, winpthread) among the imports means
 # the compiler runtime was not linked statically.
-# usage: check_dll_tables.sh OBJDUMP nkpac.dll nkpac.lib nkpcore.dll nkpac.def nkpcore.h
+# The module definition itself is held to the export list files, read as
+# text, so that nothing can drop out between the list and the DLL.
+# usage: check_dll_tables.sh OBJDUMP nkpac.dll nkpac.lib nkpcore.dll nkpac.def nkpcore.h SRC_DIR
 set -eu
 objdump=$1
 nkpac=$2
@@ -17,6 +19,7 @@ implib=$3
 core=$4
 def=$5
 core_header=$6
+src=$7
 tmp=$(mktemp -d)
 trap 'rm -rf "$tmp"' EXIT
 status=0
@@ -65,6 +68,9 @@ compare() {
 
 # nkpac.dll
 sed -n '/^EXPORTS/,$p' "$def" | sed '1d' | awk 'NF {print $1}' | sort > "$tmp/listed"
+cat "$src/frame/export_list.inc" "$src"/*/exports.inc | sed '/^[[:space:]]*\/\//d' |
+  sed -n 's/^[[:space:]]*NKP_EXPORT\(_DUAL\)\{0,1\}(\([A-Za-z_][A-Za-z0-9_]*\)).*/\2/p' | sort > "$tmp/list_files"
+compare "nkpac.def names" "$tmp/list_files" "$tmp/listed"
 exports_of "$nkpac" > "$tmp/nkpac_exports"
 compare "nkpac.dll exports" "$tmp/listed" "$tmp/nkpac_exports"
 
