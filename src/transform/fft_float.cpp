@@ -196,16 +196,31 @@ inline __m128 cmul_im(__m128 ar, __m128 ai, __m128 wr, __m128 wi) {
 // Radix 4, span m (m >= 4): quarters q = 0..3 of each group of 4m receive
 // the sub-spectra k = 0, 2, 1, 3 (mod 4), which keeps the overall output in
 // bit-reversed order.
-void pass_radix4(float* d, int L, int m, const float* tw0) {
+// Block loads: block-split data in place, or interleaved source data (the
+// same float offsets) de-interleaved on the way in.
+template <bool Interleaved>
+inline void load_block(const float* p, __m128* r, __m128* i) {
+    if constexpr (Interleaved) {
+        load_split4(p, r, i);
+    } else {
+        *r = _mm_load_ps(p);
+        *i = _mm_load_ps(p + 4);
+    }
+}
+
+template <bool Interleaved>
+void pass_radix4(const float* src, float* d, int L, int m, const float* tw0) {
     const int q = 2 * m;  // floats between quarters
     for (int g = 0; g < L; g += 4 * m) {
         float* a = d + 2 * g;
+        const float* s = src + 2 * g;
         const float* tw = tw0;
-        for (int jb = 0; jb < m / 4; ++jb, a += 8, tw += 24) {
-            const __m128 ar = _mm_load_ps(a), ai = _mm_load_ps(a + 4);
-            const __m128 br = _mm_load_ps(a + q), bi = _mm_load_ps(a + q + 4);
-            const __m128 cr = _mm_load_ps(a + 2 * q), ci = _mm_load_ps(a + 2 * q + 4);
-            const __m128 dr = _mm_load_ps(a + 3 * q), di = _mm_load_ps(a + 3 * q + 4);
+        for (int jb = 0; jb < m / 4; ++jb, a += 8, s += 8, tw += 24) {
+            __m128 ar, ai, br, bi, cr, ci, dr, di;
+            load_block<Interleaved>(s, &ar, &ai);
+            load_block<Interleaved>(s + q, &br, &bi);
+            load_block<Interleaved>(s + 2 * q, &cr, &ci);
+            load_block<Interleaved>(s + 3 * q, &dr, &di);
             const __m128 t0r = _mm_add_ps(ar, cr), t0i = _mm_add_ps(ai, ci);
             const __m128 t1r = _mm_sub_ps(ar, cr), t1i = _mm_sub_ps(ai, ci);
             const __m128 t2r = _mm_add_ps(br, dr), t2i = _mm_add_ps(bi, di);
@@ -261,15 +276,18 @@ inline void twiddle_slots(Quad& q, const float* tw) {
 
 // The first pass of odd orders: radix 2 (span L/2) and the first radix-4
 // pass (span L/8) fused into one radix-8 sweep.
-void pass_radix8_first(float* d, int L, const float* tw2, const float* tw4) {
+template <bool Interleaved>
+void pass_radix8_first(const float* src, float* d, int L, const float* tw2, const float* tw4) {
     const int M = L / 8;      // elements per eighth
     const int e = 2 * M;      // floats per eighth
     for (int jb = 0; jb < M / 4; ++jb) {
         float* a = d + 8 * jb;
+        const float* s = src + 8 * jb;
         __m128 sr[4], si[4], tr[4], ti[4];
         for (int q = 0; q < 4; ++q) {
-            const __m128 xr = _mm_load_ps(a + q * e), xi = _mm_load_ps(a + q * e + 4);
-            const __m128 yr = _mm_load_ps(a + (q + 4) * e), yi = _mm_load_ps(a + (q + 4) * e + 4);
+            __m128 xr, xi, yr, yi;
+            load_block<Interleaved>(s + q * e, &xr, &xi);
+            load_block<Interleaved>(s + (q + 4) * e, &yr, &yi);
             sr[q] = _mm_add_ps(xr, yr), si[q] = _mm_add_ps(xi, yi);
             const __m128 dr = _mm_sub_ps(xr, yr), di = _mm_sub_ps(xi, yi);
             const float* w = tw2 + 8 * (jb + q * M / 4);
@@ -323,6 +341,29 @@ int64_t round_down64(int64_t x) { return x & ~int64_t{63}; }
 
 int32_t work_bytes_of(const FftSpecComplex32f* spec) { return spec->bufSize >= 1 ? spec->bufSize + 64 : 0; }
 
+// The passes; the first one reads src (block-split, or interleaved) and
+// writes d, the others work in place on d.
+template <bool Interleaved>
+void bs_transform_from(const FftSpecComplex32f* spec, const float* src, float* d) {
+    const int p = spec->order, L = 1 << p;
+    const float* tw = spec->pTwiddle;
+    int m = L / 4;
+    if (p & 1) {
+        pass_radix8_first<Interleaved>(src, d, L, tw, tw + L);
+        tw += L + 6 * (L / 8);
+        m = L / 32;
+    } else {
+        pass_radix4<Interleaved>(src, d, L, m, tw);
+        tw += 6 * m;
+        m /= 4;
+    }
+    for (; m > 4; m /= 4) {
+        pass_radix4<false>(d, d, L, m, tw);
+        tw += 6 * m;
+    }
+    pass_last(d, L, tw);
+}
+
 // Unnormalised forward transform of interleaved data, src may equal dst;
 // `work` is the caller's buffer (any alignment) of work_bytes_of(spec).
 void forward_interleaved(const nkp32fc* src, nkp32fc* dst, const FftSpecComplex32f* spec, uint8_t* work,
@@ -344,13 +385,7 @@ void forward_interleaved(const nkp32fc* src, nkp32fc* dst, const FftSpecComplex3
         return;
     }
     float* w = reinterpret_cast<float*>(align_up<64>(work));
-    const float* s = reinterpret_cast<const float*>(src);
-    for (int b = 0; b < L / 4; ++b) {
-        const __m128 v0 = _mm_loadu_ps(s + 8 * b), v1 = _mm_loadu_ps(s + 8 * b + 4);
-        _mm_store_ps(w + 8 * b, _mm_shuffle_ps(v0, v1, _MM_SHUFFLE(2, 0, 2, 0)));
-        _mm_store_ps(w + 8 * b + 4, _mm_shuffle_ps(v0, v1, _MM_SHUFFLE(3, 1, 3, 1)));
-    }
-    bs_transform(spec, w);
+    bs_transform_from<true>(spec, reinterpret_cast<const float*>(src), w);
     float* o = reinterpret_cast<float*>(dst);
     const __m128 f = _mm_set1_ps(factor);
     for (int it = 0; it < L / 16; ++it) {
@@ -382,21 +417,7 @@ bool uses_block_split(const FftSpecComplex32f* spec) {
     return spec->order > kMaxKernelOrder && spec->order <= kMaxMediumOrder;
 }
 
-void bs_transform(const FftSpecComplex32f* spec, float* d) {
-    const int p = spec->order, L = 1 << p;
-    const float* tw = spec->pTwiddle;
-    int m = L / 4;
-    if (p & 1) {
-        pass_radix8_first(d, L, tw, tw + L);
-        tw += L + 6 * (L / 8);
-        m = L / 32;
-    }
-    for (; m > 4; m /= 4) {
-        pass_radix4(d, L, m, tw);
-        tw += 6 * m;
-    }
-    pass_last(d, L, tw);
-}
+void bs_transform(const FftSpecComplex32f* spec, float* d) { bs_transform_from<false>(spec, d, d); }
 
 int64_t medium_spec_bytes(int order) {
     const int64_t L = int64_t{1} << order, R = round_down64(L + 67);
