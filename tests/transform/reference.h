@@ -5,6 +5,8 @@
 #include <cmath>
 #include <complex>
 #include <cstdint>
+#include <cstdio>
+#include <string>
 #include <memory>
 #include <random>
 #include <vector>
@@ -91,6 +93,13 @@ double peak_relative_error(const A& got, const B& want, size_t n) {
         peak = std::max(peak, std::abs(static_cast<double>(want[i])));
     }
     return peak > 0 ? err / peak : err;
+}
+
+// A measured error as text for the test report.
+inline std::string sci(double v) {
+    char buf[32];
+    std::snprintf(buf, sizeof buf, "%.3e", v);
+    return buf;
 }
 
 inline std::vector<float> random_floats(size_t n, uint32_t seed, float lo = -1.0f, float hi = 1.0f) {
