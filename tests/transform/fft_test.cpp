@@ -126,13 +126,10 @@ TEST(FftFloat, SqrtFlagMakesForwardAndInverseMutuallyInverse) {
 }
 
 TEST(FftFloat, NormFactorsAreTheRefinedSinglePrecisionValues) {
-    for (int order : {0, 1, 5, 10, 28}) {
+    for (int order : {0, 1, 5, 10, 17}) {
         FftSpecComplex32f* s = nullptr;
         int specSize, initSize, workSize;
         fftSizesComplex32f(order, kDivBySqrtN, 0, &specSize, &initSize, &workSize);
-        // Order 28 tables are large; check only the header via a small order's
-        // memory layout for the others.
-        if (order == 28) continue;
         SizedBuffer spec(specSize), init(initSize);
         ASSERT_EQ(fftInitComplex32f(&s, order, kDivBySqrtN, 0, spec.p, init.p), nkpStatusOk);
         const float x = float(1 << order);
