@@ -341,10 +341,42 @@ int64_t round_down64(int64_t x) { return x & ~int64_t{63}; }
 
 int32_t work_bytes_of(const FftSpecComplex32f* spec) { return spec->bufSize >= 1 ? spec->bufSize + 64 : 0; }
 
-// The passes; the first one reads src (block-split, or interleaved) and
-// writes d, the others work in place on d.
+// The last two passes as in pass_last, writing each result straight to its
+// place in natural order in the interleaved output: the element in slot s,
+// lane l of group g is X[bitrev(g) + rev2(l) L/16 + rev2(s) L/4].
+void pass_last_to_interleaved(const float* d, int order, const float* tw, float* out, bool scale, float factor) {
+    const int L = 1 << order, q = L / 16;
+    const __m128 f = _mm_set1_ps(factor);
+    const int lane_offset[4] = {0, 2 * q, q, 3 * q};
+    const int slot_offset[4] = {0, 8 * q, 4 * q, 12 * q};
+    for (int g = 0; g < L / 16; ++g) {
+        const float* p = d + 32 * g;
+        Quad o;
+        butterfly4(_mm_load_ps(p), _mm_load_ps(p + 4), _mm_load_ps(p + 8), _mm_load_ps(p + 12), _mm_load_ps(p + 16),
+                   _mm_load_ps(p + 20), _mm_load_ps(p + 24), _mm_load_ps(p + 28), o);
+        twiddle_slots(o, tw);
+        transpose4(o.r[0], o.r[1], o.r[2], o.r[3]);
+        transpose4(o.i[0], o.i[1], o.i[2], o.i[3]);
+        Quad r;
+        butterfly4(o.r[0], o.i[0], o.r[1], o.i[1], o.r[2], o.i[2], o.r[3], o.i[3], r);
+        float* base = out + 2 * static_cast<int>(bit_reverse(static_cast<uint32_t>(g), order - 4));
+        for (int s = 0; s < 4; ++s) {
+            __m128 lo = _mm_unpacklo_ps(r.r[s], r.i[s]), hi = _mm_unpackhi_ps(r.r[s], r.i[s]);
+            if (scale) lo = _mm_mul_ps(lo, f), hi = _mm_mul_ps(hi, f);
+            float* row = base + 2 * slot_offset[s];
+            _mm_storel_pi(reinterpret_cast<__m64*>(row + 2 * lane_offset[0]), lo);
+            _mm_storeh_pi(reinterpret_cast<__m64*>(row + 2 * lane_offset[1]), lo);
+            _mm_storel_pi(reinterpret_cast<__m64*>(row + 2 * lane_offset[2]), hi);
+            _mm_storeh_pi(reinterpret_cast<__m64*>(row + 2 * lane_offset[3]), hi);
+        }
+    }
+}
+
+// The passes but the last two; the first one reads src (block-split, or
+// interleaved) and writes d, the others work in place on d. Returns the
+// twiddles of the last two passes.
 template <bool Interleaved>
-void bs_transform_from(const FftSpecComplex32f* spec, const float* src, float* d) {
+const float* bs_passes(const FftSpecComplex32f* spec, const float* src, float* d) {
     const int p = spec->order, L = 1 << p;
     const float* tw = spec->pTwiddle;
     int m = L / 4;
@@ -361,7 +393,7 @@ void bs_transform_from(const FftSpecComplex32f* spec, const float* src, float* d
         pass_radix4<false>(d, d, L, m, tw);
         tw += 6 * m;
     }
-    pass_last(d, L, tw);
+    return tw;
 }
 
 // Unnormalised forward transform of interleaved data, src may equal dst;
@@ -385,20 +417,8 @@ void forward_interleaved(const nkp32fc* src, nkp32fc* dst, const FftSpecComplex3
         return;
     }
     float* w = reinterpret_cast<float*>(align_up<64>(work));
-    bs_transform_from<true>(spec, reinterpret_cast<const float*>(src), w);
-    float* o = reinterpret_cast<float*>(dst);
-    const __m128 f = _mm_set1_ps(factor);
-    for (int it = 0; it < L / 16; ++it) {
-        __m128 re[4], im[4];
-        int base[4];
-        bs_gather(w, order, it, re, im, base);
-        for (int v = 0; v < 4; ++v) {
-            __m128 lo = _mm_unpacklo_ps(re[v], im[v]), hi = _mm_unpackhi_ps(re[v], im[v]);
-            if (scale) lo = _mm_mul_ps(lo, f), hi = _mm_mul_ps(hi, f);
-            _mm_storeu_ps(o + 2 * base[v], lo);
-            _mm_storeu_ps(o + 2 * base[v] + 4, hi);
-        }
-    }
+    const float* tw = bs_passes<true>(spec, reinterpret_cast<const float*>(src), w);
+    pass_last_to_interleaved(w, order, tw, reinterpret_cast<float*>(dst), scale, factor);
 }
 
 // Swaps real and imaginary parts of n elements, src may equal dst:
@@ -417,7 +437,9 @@ bool uses_block_split(const FftSpecComplex32f* spec) {
     return spec->order > kMaxKernelOrder && spec->order <= kMaxMediumOrder;
 }
 
-void bs_transform(const FftSpecComplex32f* spec, float* d) { bs_transform_from<false>(spec, d, d); }
+void bs_transform(const FftSpecComplex32f* spec, float* d) {
+    pass_last(d, 1 << spec->order, bs_passes<false>(spec, d, d));
+}
 
 int64_t medium_spec_bytes(int order) {
     const int64_t L = int64_t{1} << order, R = round_down64(L + 67);
