@@ -177,6 +177,9 @@ struct Decoder::Impl {
     alignas(16) nkp16s pcm[2 * 1152];
     nkp8s sf[2][40];
     int prev_imdct[2] = {0, 0};
+    // The synthesis states live in buffers of ours (Init, not InitAlloc), so
+    // that reset() can clear them with Init again.
+    std::vector<uint8_t> synth_buffer[2];
     nkpMP3SynthesisState* synth[2] = {nullptr, nullptr};
     uint8_t reservoir[kReservoirCap + kReadSlack];
     int reservoir_len = 0;
@@ -192,12 +195,13 @@ struct Decoder::Impl {
             std::memcpy(short25 + 14 * r, kShort25[r % 3], sizeof(kShort25[0]));
             std::memcpy(mixed25 + 2 * r, kMixed25[r % 3], sizeof(kMixed25[0]));
         }
-        for (auto& s : synth) nkpsSynthesisFilterInitAlloc_MP3_16s(&s);
+        int size = 0;
+        nkpsSynthesisFilterGetSize_MP3_16s(&size);
+        for (int c = 0; c < 2; ++c) {
+            synth_buffer[c].assign(static_cast<size_t>(size), 0);
+            synth[c] = reinterpret_cast<nkpMP3SynthesisState*>(synth_buffer[c].data());
+        }
         reset();
-    }
-    ~Impl() {
-        for (auto s : synth)
-            if (s) nkpsSynthesisFilterFree_MP3_16s(s);
     }
 
     void reset() {
@@ -206,8 +210,7 @@ struct Decoder::Impl {
         std::memset(sf, 0, sizeof(sf));
         prev_imdct[0] = prev_imdct[1] = 0;
         reservoir_len = 0;
-        for (auto s : synth)
-            if (s) nkpsSynthesisFilterInit_MP3_16s(s);
+        for (auto s : synth) nkpsSynthesisFilterInit_MP3_16s(s);
     }
 
     // Appends a frame's main data, keeping the reservoir's tail.

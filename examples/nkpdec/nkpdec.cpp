@@ -110,7 +110,9 @@ int main(int argc, char** argv) {
     const nkpdec::StreamInfo info = nkpdec::Decoder::scan(data.data(), data.size());
     if (info.frames == 0) {
         if (info.other_layers > 0)
-            std::fprintf(stderr, "nkpdec: %s is MPEG audio layer I or II, not layer III (MP3)\n", argv[1]);
+            std::fprintf(stderr,
+                         "nkpdec: %s holds no MPEG audio layer III (MP3) frames; %d frames look like layer I or II\n",
+                         argv[1], info.other_layers);
         else
             std::fprintf(stderr, "nkpdec: %s holds no MPEG audio layer III frames\n", argv[1]);
         return kNoStream;
