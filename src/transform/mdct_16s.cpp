@@ -119,13 +119,13 @@ inline int16_t saturate16(int64_t v) {
 // Narrows n 32-bit values with scale factor sf: a positive factor shifts
 // right with rounding (at most 31), a negative one shifts left (at most 15);
 // every result saturates to 16 bits.
-void convert32s_to16s_scaled(const int32_t* src, int16_t* dst, int n, int sf) {
+void convert32s_to16s_scaled(const int32_t* src, int16_t* dst, int n, int64_t sf) {
     if (sf > 0) {
-        const int sh = sf > 31 ? 31 : sf;
+        const int sh = sf > 31 ? 31 : static_cast<int>(sf);
         const int64_t round = int64_t{1} << (sh - 1);
         for (int i = 0; i < n; ++i) dst[i] = saturate16((int64_t{src[i]} + round) >> sh);
     } else {
-        const int sh = -sf > 15 ? 15 : -sf;
+        const int sh = -sf > 15 ? 15 : static_cast<int>(-sf);
         for (int i = 0; i < n; ++i) dst[i] = saturate16(int64_t{src[i]} * (int64_t{1} << sh));
     }
 }
@@ -168,7 +168,7 @@ void forward16(const int16_t* x, int16_t* dst, const MdctSpec* spec, int scaleFa
         y[2 * k] = tc * a + ts * b;
         y[N / 2 - 1 - 2 * k] = ts * a - tc * b;
     }
-    convert32s_to16s_scaled(y, dst, N / 2, scaleFactor - spec->order + s + 10);
+    convert32s_to16s_scaled(y, dst, N / 2, int64_t{scaleFactor} - spec->order + s + 10);
 }
 
 }  // namespace

@@ -7,6 +7,7 @@
 
 #include <gtest/gtest.h>
 
+#include <climits>
 #include <cstring>
 
 namespace {
@@ -104,7 +105,7 @@ TEST(MdctFwd16s, HeadroomBoundaries) {
 TEST(MdctFwd16s, ZerosSaturationAndScaleExtremes) {
     Made16 m(64);
     std::vector<int16_t> zero(64, 0), y(32, 1234);
-    for (int sf : {-100, -15, 0, 7, 100}) {
+    for (int sf : {INT_MIN, -100, -15, 0, 7, 100, INT_MAX}) {
         ASSERT_EQ(nkpsMDCTFwd_16s_Sfs(zero.data(), y.data(), m.s, sf, m.work.p), nkpStatusOk);
         EXPECT_EQ(y, std::vector<int16_t>(32, 0)) << sf;
     }
@@ -115,9 +116,16 @@ TEST(MdctFwd16s, ZerosSaturationAndScaleExtremes) {
     for (int k = 0; k < 32; ++k) {
         if (std::abs(want[k]) > 100) EXPECT_EQ(y[k], want[k] > 0 ? 32767 : -32768) << k;
     }
+    // The left shift stops at 15, so every factor from there down gives the same.
+    std::vector<int16_t> capped(32), extreme(32);
+    ASSERT_EQ(nkpsMDCTFwd_16s_Sfs(x.data(), capped.data(), m.s, -200, m.work.p), nkpStatusOk);
+    ASSERT_EQ(nkpsMDCTFwd_16s_Sfs(x.data(), extreme.data(), m.s, INT_MIN, m.work.p), nkpStatusOk);
+    EXPECT_EQ(extreme, capped);
     // Very large factors round everything to zero.
-    ASSERT_EQ(nkpsMDCTFwd_16s_Sfs(x.data(), y.data(), m.s, 60, m.work.p), nkpStatusOk);
-    EXPECT_EQ(y, std::vector<int16_t>(32, 0));
+    for (int sf : {60, INT_MAX}) {
+        ASSERT_EQ(nkpsMDCTFwd_16s_Sfs(x.data(), y.data(), m.s, sf, m.work.p), nkpStatusOk);
+        EXPECT_EQ(y, std::vector<int16_t>(32, 0));
+    }
 }
 
 TEST(MdctFwd16s, StatusesInCheckingOrder) {
