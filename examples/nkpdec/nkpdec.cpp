@@ -32,6 +32,14 @@ public:
 
     void frame(const int16_t* pcm, int samples, int channels, int sample_rate) override {
         if (sample_rate != rate_) rate_changed_ = true;
+        const uint16_t probe = 1;
+        if (channels == channels_ && *reinterpret_cast<const uint8_t*>(&probe) == 1) {
+            // Little-endian host, same layout: the samples go out as they are.
+            const size_t n = static_cast<size_t>(samples) * channels;
+            if (std::fwrite(pcm, sizeof(int16_t), n, f_) != n) failed_ = true;
+            bytes_ += n * 2;
+            return;
+        }
         buf_.resize(static_cast<size_t>(samples) * channels_ * 2);
         uint8_t* o = buf_.data();
         for (int i = 0; i < samples; ++i) {
