@@ -5,6 +5,7 @@
 #include "frame/object.h"
 #include "transform/engine.h"
 #include "transform/fft_large.h"
+#include "transform/fft_passes.h"
 
 #include <cmath>
 #include <cstring>
@@ -184,145 +185,6 @@ void kernel_forward(const nkp32fc* src, nkp32fc* dst, int order, bool scale, flo
 
 namespace {
 
-// ---- table-driven passes on the block-split layout --------------------------
-
-inline __m128 cmul_re(__m128 ar, __m128 ai, __m128 wr, __m128 wi) {
-    return _mm_sub_ps(_mm_mul_ps(ar, wr), _mm_mul_ps(ai, wi));
-}
-inline __m128 cmul_im(__m128 ar, __m128 ai, __m128 wr, __m128 wi) {
-    return _mm_add_ps(_mm_mul_ps(ar, wi), _mm_mul_ps(ai, wr));
-}
-
-// Radix 4, span m (m >= 4): quarters q = 0..3 of each group of 4m receive
-// the sub-spectra k = 0, 2, 1, 3 (mod 4), which keeps the overall output in
-// bit-reversed order.
-// Block loads: block-split data in place, or interleaved source data (the
-// same float offsets) de-interleaved on the way in.
-template <bool Interleaved>
-inline void load_block(const float* p, __m128* r, __m128* i) {
-    if constexpr (Interleaved) {
-        load_split4(p, r, i);
-    } else {
-        *r = _mm_load_ps(p);
-        *i = _mm_load_ps(p + 4);
-    }
-}
-
-template <bool Interleaved>
-void pass_radix4(const float* src, float* d, int L, int m, const float* tw0) {
-    const int q = 2 * m;  // floats between quarters
-    for (int g = 0; g < L; g += 4 * m) {
-        float* a = d + 2 * g;
-        const float* s = src + 2 * g;
-        const float* tw = tw0;
-        for (int jb = 0; jb < m / 4; ++jb, a += 8, s += 8, tw += 24) {
-            __m128 ar, ai, br, bi, cr, ci, dr, di;
-            load_block<Interleaved>(s, &ar, &ai);
-            load_block<Interleaved>(s + q, &br, &bi);
-            load_block<Interleaved>(s + 2 * q, &cr, &ci);
-            load_block<Interleaved>(s + 3 * q, &dr, &di);
-            const __m128 t0r = _mm_add_ps(ar, cr), t0i = _mm_add_ps(ai, ci);
-            const __m128 t1r = _mm_sub_ps(ar, cr), t1i = _mm_sub_ps(ai, ci);
-            const __m128 t2r = _mm_add_ps(br, dr), t2i = _mm_add_ps(bi, di);
-            const __m128 t3r = _mm_sub_ps(br, dr), t3i = _mm_sub_ps(bi, di);
-            _mm_store_ps(a, _mm_add_ps(t0r, t2r));
-            _mm_store_ps(a + 4, _mm_add_ps(t0i, t2i));
-            const __m128 y2r = _mm_sub_ps(t0r, t2r), y2i = _mm_sub_ps(t0i, t2i);
-            const __m128 y1r = _mm_add_ps(t1r, t3i), y1i = _mm_sub_ps(t1i, t3r);
-            const __m128 y3r = _mm_sub_ps(t1r, t3i), y3i = _mm_add_ps(t1i, t3r);
-            const __m128 w1r = _mm_load_ps(tw), w1i = _mm_load_ps(tw + 4);
-            const __m128 w2r = _mm_load_ps(tw + 8), w2i = _mm_load_ps(tw + 12);
-            const __m128 w3r = _mm_load_ps(tw + 16), w3i = _mm_load_ps(tw + 20);
-            _mm_store_ps(a + q, cmul_re(y2r, y2i, w2r, w2i));
-            _mm_store_ps(a + q + 4, cmul_im(y2r, y2i, w2r, w2i));
-            _mm_store_ps(a + 2 * q, cmul_re(y1r, y1i, w1r, w1i));
-            _mm_store_ps(a + 2 * q + 4, cmul_im(y1r, y1i, w1r, w1i));
-            _mm_store_ps(a + 3 * q, cmul_re(y3r, y3i, w3r, w3i));
-            _mm_store_ps(a + 3 * q + 4, cmul_im(y3r, y3i, w3r, w3i));
-        }
-    }
-}
-
-// A radix-4 butterfly on vectors of four complex values (re, im), the
-// outputs in slot order 0, 2, 1, 3.
-struct Quad {
-    __m128 r[4], i[4];
-};
-
-inline void butterfly4(__m128 ar, __m128 ai, __m128 br, __m128 bi, __m128 cr, __m128 ci, __m128 dr, __m128 di,
-                       Quad& out) {
-    const __m128 t0r = _mm_add_ps(ar, cr), t0i = _mm_add_ps(ai, ci);
-    const __m128 t1r = _mm_sub_ps(ar, cr), t1i = _mm_sub_ps(ai, ci);
-    const __m128 t2r = _mm_add_ps(br, dr), t2i = _mm_add_ps(bi, di);
-    const __m128 t3r = _mm_sub_ps(br, dr), t3i = _mm_sub_ps(bi, di);
-    out.r[0] = _mm_add_ps(t0r, t2r), out.i[0] = _mm_add_ps(t0i, t2i);
-    out.r[1] = _mm_sub_ps(t0r, t2r), out.i[1] = _mm_sub_ps(t0i, t2i);
-    out.r[2] = _mm_add_ps(t1r, t3i), out.i[2] = _mm_sub_ps(t1i, t3r);
-    out.r[3] = _mm_sub_ps(t1r, t3i), out.i[3] = _mm_add_ps(t1i, t3r);
-}
-
-// Slots 1..3 times the twiddles w2, w1, w3 of one radix-4 block (24 floats).
-inline void twiddle_slots(Quad& q, const float* tw) {
-    const __m128 w1r = _mm_load_ps(tw), w1i = _mm_load_ps(tw + 4);
-    const __m128 w2r = _mm_load_ps(tw + 8), w2i = _mm_load_ps(tw + 12);
-    const __m128 w3r = _mm_load_ps(tw + 16), w3i = _mm_load_ps(tw + 20);
-    __m128 r = q.r[1], i = q.i[1];
-    q.r[1] = cmul_re(r, i, w2r, w2i), q.i[1] = cmul_im(r, i, w2r, w2i);
-    r = q.r[2], i = q.i[2];
-    q.r[2] = cmul_re(r, i, w1r, w1i), q.i[2] = cmul_im(r, i, w1r, w1i);
-    r = q.r[3], i = q.i[3];
-    q.r[3] = cmul_re(r, i, w3r, w3i), q.i[3] = cmul_im(r, i, w3r, w3i);
-}
-
-// The first pass of odd orders: radix 2 (span L/2) and the first radix-4
-// pass (span L/8) fused into one radix-8 sweep.
-template <bool Interleaved>
-void pass_radix8_first(const float* src, float* d, int L, const float* tw2, const float* tw4) {
-    const int M = L / 8;      // elements per eighth
-    const int e = 2 * M;      // floats per eighth
-    for (int jb = 0; jb < M / 4; ++jb) {
-        float* a = d + 8 * jb;
-        const float* s = src + 8 * jb;
-        __m128 sr[4], si[4], tr[4], ti[4];
-        for (int q = 0; q < 4; ++q) {
-            __m128 xr, xi, yr, yi;
-            load_block<Interleaved>(s + q * e, &xr, &xi);
-            load_block<Interleaved>(s + (q + 4) * e, &yr, &yi);
-            sr[q] = _mm_add_ps(xr, yr), si[q] = _mm_add_ps(xi, yi);
-            const __m128 dr = _mm_sub_ps(xr, yr), di = _mm_sub_ps(xi, yi);
-            const float* w = tw2 + 8 * (jb + q * M / 4);
-            const __m128 wr = _mm_load_ps(w), wi = _mm_load_ps(w + 4);
-            tr[q] = cmul_re(dr, di, wr, wi), ti[q] = cmul_im(dr, di, wr, wi);
-        }
-        const float* w4 = tw4 + 24 * jb;
-        Quad o;
-        butterfly4(sr[0], si[0], sr[1], si[1], sr[2], si[2], sr[3], si[3], o);
-        twiddle_slots(o, w4);
-        for (int q = 0; q < 4; ++q) _mm_store_ps(a + q * e, o.r[q]), _mm_store_ps(a + q * e + 4, o.i[q]);
-        butterfly4(tr[0], ti[0], tr[1], ti[1], tr[2], ti[2], tr[3], ti[3], o);
-        twiddle_slots(o, w4);
-        for (int q = 0; q < 4; ++q) _mm_store_ps(a + (q + 4) * e, o.r[q]), _mm_store_ps(a + (q + 4) * e + 4, o.i[q]);
-    }
-}
-
-// The last two radix-4 passes (span 4, then inside each block) on four
-// blocks held in registers. The inner pass runs on the transposed blocks
-// and its result is left transposed (bs_gather knows the order).
-void pass_last(float* d, int L, const float* tw) {
-    for (int b = 0; b < L / 4; b += 4) {
-        float* p = d + 8 * b;
-        Quad o;
-        butterfly4(_mm_load_ps(p), _mm_load_ps(p + 4), _mm_load_ps(p + 8), _mm_load_ps(p + 12), _mm_load_ps(p + 16),
-                   _mm_load_ps(p + 20), _mm_load_ps(p + 24), _mm_load_ps(p + 28), o);
-        twiddle_slots(o, tw);
-        transpose4(o.r[0], o.r[1], o.r[2], o.r[3]);
-        transpose4(o.i[0], o.i[1], o.i[2], o.i[3]);
-        Quad f;
-        butterfly4(o.r[0], o.i[0], o.r[1], o.i[1], o.r[2], o.i[2], o.r[3], o.i[3], f);
-        for (int q = 0; q < 4; ++q) _mm_store_ps(p + 8 * q, f.r[q]), _mm_store_ps(p + 8 * q + 4, f.i[q]);
-    }
-}
-
 // e^(-2 pi i num/den): from the constant table when den divides 1024, else
 // computed in double precision.
 void twiddle(int64_t num, int64_t den, float* re, float* im) {
@@ -341,7 +203,7 @@ int64_t round_down64(int64_t x) { return x & ~int64_t{63}; }
 
 int32_t work_bytes_of(const FftSpecComplex32f* spec) { return spec->bufSize >= 1 ? spec->bufSize + 64 : 0; }
 
-// The last two passes as in pass_last, writing each result straight to its
+// The last two passes, writing each result straight to its
 // place in natural order in the interleaved output: the element in slot s,
 // lane l of group g is X[bitrev(g) + rev2(l) L/16 + rev2(s) L/4].
 void pass_last_to_interleaved(const float* d, int order, const float* tw, float* out, bool scale, float factor) {
@@ -351,14 +213,8 @@ void pass_last_to_interleaved(const float* d, int order, const float* tw, float*
     const int slot_offset[4] = {0, 8 * q, 4 * q, 12 * q};
     for (int g = 0; g < L / 16; ++g) {
         const float* p = d + 32 * g;
-        Quad o;
-        butterfly4(_mm_load_ps(p), _mm_load_ps(p + 4), _mm_load_ps(p + 8), _mm_load_ps(p + 12), _mm_load_ps(p + 16),
-                   _mm_load_ps(p + 20), _mm_load_ps(p + 24), _mm_load_ps(p + 28), o);
-        twiddle_slots(o, tw);
-        transpose4(o.r[0], o.r[1], o.r[2], o.r[3]);
-        transpose4(o.i[0], o.i[1], o.i[2], o.i[3]);
-        Quad r;
-        butterfly4(o.r[0], o.i[0], o.r[1], o.i[1], o.r[2], o.i[2], o.r[3], o.i[3], r);
+        passes::Quad r;
+        passes::last_two(p, tw, r);
         float* base = out + 2 * static_cast<int>(bit_reverse(static_cast<uint32_t>(g), order - 4));
         for (int s = 0; s < 4; ++s) {
             __m128 lo = _mm_unpacklo_ps(r.r[s], r.i[s]), hi = _mm_unpackhi_ps(r.r[s], r.i[s]);
@@ -370,30 +226,6 @@ void pass_last_to_interleaved(const float* d, int order, const float* tw, float*
             _mm_storeh_pi(reinterpret_cast<__m64*>(row + 2 * lane_offset[3]), hi);
         }
     }
-}
-
-// The passes but the last two; the first one reads src (block-split, or
-// interleaved) and writes d, the others work in place on d. Returns the
-// twiddles of the last two passes.
-template <bool Interleaved>
-const float* bs_passes(const FftSpecComplex32f* spec, const float* src, float* d) {
-    const int p = spec->order, L = 1 << p;
-    const float* tw = spec->pTwiddle;
-    int m = L / 4;
-    if (p & 1) {
-        pass_radix8_first<Interleaved>(src, d, L, tw, tw + L);
-        tw += L + 6 * (L / 8);
-        m = L / 32;
-    } else {
-        pass_radix4<Interleaved>(src, d, L, m, tw);
-        tw += 6 * m;
-        m /= 4;
-    }
-    for (; m > 4; m /= 4) {
-        pass_radix4<false>(d, d, L, m, tw);
-        tw += 6 * m;
-    }
-    return tw;
 }
 
 // Unnormalised forward transform of interleaved data, src may equal dst;
@@ -417,7 +249,7 @@ void forward_interleaved(const nkp32fc* src, nkp32fc* dst, const FftSpecComplex3
         return;
     }
     float* w = reinterpret_cast<float*>(align_up<64>(work));
-    const float* tw = bs_passes<true>(spec, reinterpret_cast<const float*>(src), w);
+    const float* tw = passes::passes_but_last(spec, passes::InterleavedLoader{reinterpret_cast<const float*>(src)}, w);
     pass_last_to_interleaved(w, order, tw, reinterpret_cast<float*>(dst), scale, factor);
 }
 
@@ -437,9 +269,7 @@ bool uses_block_split(const FftSpecComplex32f* spec) {
     return spec->order > kMaxKernelOrder && spec->order <= kMaxMediumOrder;
 }
 
-void bs_transform(const FftSpecComplex32f* spec, float* d) {
-    pass_last(d, 1 << spec->order, bs_passes<false>(spec, d, d));
-}
+void bs_transform(const FftSpecComplex32f* spec, float* d) { passes::transform(spec, passes::BlockSplitLoader{d}, d); }
 
 int64_t medium_spec_bytes(int order) {
     const int64_t L = int64_t{1} << order, R = round_down64(L + 67);
