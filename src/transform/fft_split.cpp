@@ -5,12 +5,24 @@
 #include "frame/object.h"
 #include "transform/engine.h"
 #include "transform/fft_large.h"
+#include "transform/fft_passes.h"
 
 #include <cstring>
 
 namespace nkp::fft {
 
 namespace {
+
+// The block at float offset `off` of the block-split layout is four real
+// parts and four imaginary parts, straight from the two arrays.
+struct SplitLoader {
+    const float* re;
+    const float* im;
+    void operator()(int off, __m128* r, __m128* i) const {
+        *r = _mm_loadu_ps(re + off / 2);
+        *i = _mm_loadu_ps(im + off / 2);
+    }
+};
 
 void forward_split(const float* sr, const float* si, float* dr, float* di, const FftSpecComplex32f* spec,
                    uint8_t* work, bool scale, float factor) {
@@ -36,11 +48,7 @@ void forward_split(const float* sr, const float* si, float* dr, float* di, const
         return;
     }
     float* w = reinterpret_cast<float*>(align_up<64>(work));
-    for (int b = 0; b < L / 4; ++b) {
-        _mm_store_ps(w + 8 * b, _mm_loadu_ps(sr + 4 * b));
-        _mm_store_ps(w + 8 * b + 4, _mm_loadu_ps(si + 4 * b));
-    }
-    bs_transform(spec, w);
+    passes::transform(spec, SplitLoader{sr, si}, w);
     for (int it = 0; it < L / 16; ++it) {
         __m128 re[4], im[4];
         int base[4];
