@@ -3,9 +3,10 @@
 // MDCT family and the codec filter banks build on it, and the tests reach it
 // through the static library.
 //
-// Every kind follows the object life cycle: Sizes (spec, init-buffer and
-// work-buffer bytes), Init into caller memory (the spec starts at the first
-// 64-byte-aligned address), Create (allocates, isAllocated = 1), WorkSize,
+// Every kind follows the object life cycle: Sizes (specification object,
+// init-buffer and work-buffer bytes), Init into caller memory (the object
+// starts at the first 64-byte-aligned address), Create (allocates,
+// isAllocated = 1), WorkSize,
 // Destroy (clears the tag, releases what Create allocated) and the transform
 // itself. A transform given a null work buffer allocates one for the call.
 #pragma once
