@@ -8,6 +8,7 @@
 #include "mp3/tables.h"
 
 #include <emmintrin.h>
+#include <tmmintrin.h>
 
 #include <cmath>
 #include <cstring>
@@ -42,6 +43,30 @@ inline bool requantize_line(int32_t q, double scale, int32_t* out) {
     if (v > 2147483647.0) v = 2147483647.0;
     const int32_t r = _mm_cvtsd_si32(_mm_set_sd(v));
     *out = q < 0 ? -r : r;
+    return true;
+}
+
+// A run of lines of one band in place, four at a time without branches on
+// the values; a group holding an impossible magnitude is redone line by line
+// so that the lines before it are written and the error stops there.
+inline bool requantize_run(int32_t* x, int count, double scale) {
+    const __m128d s = _mm_set1_pd(scale);
+    const __m128d top = _mm_set1_pd(2147483647.0);
+    const __m128i limit = _mm_set1_epi32(kMaxQuantised);
+    int i = 0;
+    for (; i + 4 <= count; i += 4) {
+        const __m128i q = _mm_loadu_si128(reinterpret_cast<const __m128i*>(x + i));
+        const __m128i mag = _mm_abs_epi32(q);
+        if (_mm_movemask_epi8(_mm_cmpgt_epi32(mag, limit)) != 0) break;
+        alignas(16) int32_t m[4];
+        _mm_store_si128(reinterpret_cast<__m128i*>(m), mag);
+        const __m128d lo = _mm_min_pd(_mm_mul_pd(_mm_loadh_pd(_mm_load_sd(&kPow43[m[0]]), &kPow43[m[1]]), s), top);
+        const __m128d hi = _mm_min_pd(_mm_mul_pd(_mm_loadh_pd(_mm_load_sd(&kPow43[m[2]]), &kPow43[m[3]]), s), top);
+        const __m128i r = _mm_unpacklo_epi64(_mm_cvtpd_epi32(lo), _mm_cvtpd_epi32(hi));
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(x + i), _mm_sign_epi32(r, q));
+    }
+    for (; i < count; ++i)
+        if (x[i] != 0 && !requantize_line(x[i], scale, &x[i])) return false;
     return true;
 }
 
@@ -80,9 +105,7 @@ nkpStatus requantize(int32_t* xr, int* pNonZeroBound, const int8_t* sf, const nk
             if (start >= nz) break;
             const int pre = si->preflag ? kPretab[b] : 0;
             const double scale = band_scale(gain - ((sf_value(sf[b]) + pre) << sf_shift));
-            for (int i = start; i < end; ++i) {
-                if (xr[i] != 0 && !requantize_line(xr[i], scale, &xr[i])) return nkpStatusDataError;
-            }
+            if (!requantize_run(xr + start, end - start, scale)) return nkpStatusDataError;
         }
         for (int i = nz; i < 576; ++i) xr[i] = 0;
         int bound = nz;
