@@ -153,11 +153,25 @@ nkpStatus nkpsMDCTInv_MP3_32s(nkp32s* pSrcXr, nkp32s* pDstY, nkp32s* pSrcDstOver
         } else {
             long_transform(pSrcXr + 18 * sb, t, (mixedBlock && sb < 2) ? 0 : row);
         }
-        const uint32_t flip = (sb & 1) ? 1u : 0u;
-        for (int k = 0; k < 18; ++k) {
+        // Overlap-add (wrapping 32-bit), then the odd slots of an odd
+        // subband negated: (v ^ m) - m with m = -1 in those lanes.
+        const __m128i m = (sb & 1) ? _mm_set_epi32(-1, 0, -1, 0) : _mm_setzero_si128();
+        int32_t* y = pDstY + sb;
+        for (int k = 0; k < 16; k += 4) {
+            __m128i v = _mm_add_epi32(_mm_load_si128(reinterpret_cast<const __m128i*>(t + k)),
+                                      _mm_loadu_si128(reinterpret_cast<const __m128i*>(overlap + k)));
+            v = _mm_sub_epi32(_mm_xor_si128(v, m), m);
+            _mm_storeu_si128(reinterpret_cast<__m128i*>(overlap + k),
+                             _mm_loadu_si128(reinterpret_cast<const __m128i*>(t + 18 + k)));
+            y[32 * k] = _mm_cvtsi128_si32(v);
+            y[32 * (k + 1)] = _mm_cvtsi128_si32(_mm_shuffle_epi32(v, 1));
+            y[32 * (k + 2)] = _mm_cvtsi128_si32(_mm_shuffle_epi32(v, 2));
+            y[32 * (k + 3)] = _mm_cvtsi128_si32(_mm_shuffle_epi32(v, 3));
+        }
+        for (int k = 16; k < 18; ++k) {
             uint32_t v = static_cast<uint32_t>(t[k]) + static_cast<uint32_t>(overlap[k]);
-            if (flip & static_cast<uint32_t>(k)) v = 0u - v;  // odd slot of an odd subband
-            pDstY[sb + 32 * k] = static_cast<int32_t>(v);
+            if ((sb & 1) && (k & 1)) v = 0u - v;
+            y[32 * k] = static_cast<int32_t>(v);
             overlap[k] = t[18 + k];
         }
     }
