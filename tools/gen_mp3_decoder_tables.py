@@ -136,7 +136,6 @@ def out_map(n):
     return 44 - n, 1.0
 
 
-long_map = [out_map(n)[0] for n in range(36)]
 long_win = []
 for kind in range(3):
     long_win += [out_map(n)[1] * window(kind, n) for n in range(36)]
@@ -179,8 +178,6 @@ print()
 print("alignas(16) const double kImdctMix[9][4] = {")
 print(rows(mix, 4))
 print("};")
-print()
-print("const uint8_t kImdctLongMap[36] = {%s};" % ", ".join(str(v) for v in long_map))
 print()
 print("alignas(16) const double kImdctLongWindow[3][36] = {")
 print(rows(long_win, 4))

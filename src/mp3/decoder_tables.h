@@ -29,12 +29,11 @@ extern const double kAliasHalfCa[8];
 // + mix[r][1] G.odd, u[r + 9] = mix[r][2] G.even + mix[r][3] G.odd.
 // G_(8-m) equals G_m with its odd-k terms negated. kImdctCos holds the
 // cosines of m = 0..3, k = 0..8, each twice (one per SIMD lane).
-// Output n of the 36 is u[kImdctLongMap[n]] times kImdctLongWindow[type][n]
-// (the window with the symmetry's sign folded in). Types: 0 normal,
-// 1 start, 2 stop.
+// Output n of the 36 is u[n], u[17 - n], u[n - 9] or u[44 - n] for the four
+// quarters of n, times kImdctLongWindow[type][n] (the window with the
+// symmetry's sign folded in). Types: 0 normal, 1 start, 2 stop.
 extern const double kImdctCos[4 * 9 * 2];
 extern const double kImdctMix[9][4];
-extern const uint8_t kImdctLongMap[36];
 extern const double kImdctLongWindow[3][36];
 
 // The windowed 12-point inverse MDCT of a short block, [n][k], n = 0..11.

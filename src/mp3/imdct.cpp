@@ -14,7 +14,6 @@ namespace {
 
 using mp3::kImdctMix;
 using mp3::kImdctCos;
-using mp3::kImdctLongMap;
 using mp3::kImdctLongWindow;
 using mp3::kImdctShort;
 
@@ -57,13 +56,21 @@ void long_transform(const int32_t* x, int32_t* out, int row) {
         u[r] = kImdctMix[r][0] * eo[0] + kImdctMix[r][1] * eo[1];
         u[r + 9] = kImdctMix[r][2] * eo[0] + kImdctMix[r][3] * eo[1];
     }
+    // Outputs in pairs straight from u: the four quarters of the 36 run
+    // u[0..8] forward, u[8..0] back, u[9..17] forward, u[17..9] back.
+    auto swap = [](__m128d x) { return _mm_shuffle_pd(x, x, 1); };
+    __m128d p[18];
+    for (int i = 0; i < 4; ++i) p[i] = _mm_load_pd(u + 2 * i);                 // n = 0..7
+    p[4] = _mm_load1_pd(u + 8);                                                // n = 8, 9
+    for (int i = 0; i < 4; ++i) p[5 + i] = swap(_mm_load_pd(u + 6 - 2 * i));   // n = 10..17
+    for (int i = 0; i < 4; ++i) p[9 + i] = _mm_loadu_pd(u + 9 + 2 * i);        // n = 18..25
+    p[13] = _mm_load1_pd(u + 17);                                              // n = 26, 27
+    for (int i = 0; i < 4; ++i) p[14 + i] = swap(_mm_loadu_pd(u + 15 - 2 * i)); // n = 28..35
     const double* w = kImdctLongWindow[row];
-    for (int n = 0; n < 36; n += 4) {
-        const __m128d a = _mm_mul_pd(_mm_set_pd(u[kImdctLongMap[n + 1]], u[kImdctLongMap[n]]), _mm_loadu_pd(w + n));
-        const __m128d b =
-            _mm_mul_pd(_mm_set_pd(u[kImdctLongMap[n + 3]], u[kImdctLongMap[n + 2]]), _mm_loadu_pd(w + n + 2));
-        const __m128i ia = _mm_cvtpd_epi32(a), ib = _mm_cvtpd_epi32(b);
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(out + n), _mm_unpacklo_epi64(ia, ib));
+    for (int i = 0; i < 18; i += 2) {
+        const __m128i a = _mm_cvtpd_epi32(_mm_mul_pd(p[i], _mm_load_pd(w + 2 * i)));
+        const __m128i b = _mm_cvtpd_epi32(_mm_mul_pd(p[i + 1], _mm_load_pd(w + 2 * i + 2)));
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(out + 2 * i), _mm_unpacklo_epi64(a, b));
     }
 }
 
