@@ -6,6 +6,7 @@
 // of two; a precomputed matrix below 36; a cosine table otherwise.
 #include "frame/memory.h"
 #include "frame/object.h"
+#include "frame/trig.h"
 #include "transform/engine.h"
 
 #include <cmath>
@@ -17,7 +18,6 @@ namespace {
 
 constexpr int kHeaderBytes = 96;
 constexpr int kHeaderPadded = 128;
-constexpr double kPi = 3.14159265358979323846;
 
 enum Method : int32_t { kKernel = 1, kPow2 = 2, kDirect = 3, kGeneral = 4 };
 
@@ -129,7 +129,6 @@ nkpStatus dctInvInit32f(DctInvSpec32f** ppSpec, int len, int hint, uint8_t* memS
     spec->method = method;
     auto* table = reinterpret_cast<float*>(base + kHeaderPadded);
     spec->table = table;
-    const double n = static_cast<double>(len);
     switch (method) {
         case kKernel:
             spec->table = nullptr;
@@ -137,8 +136,10 @@ nkpStatus dctInvInit32f(DctInvSpec32f** ppSpec, int len, int hint, uint8_t* memS
         case kPow2: {
             // e^(-i pi k / 2N), k < N, then the 2N-point FFT specification.
             for (int k = 0; k < len; ++k) {
-                table[2 * k] = static_cast<float>(std::cos(kPi * k / (2.0 * n)));
-                table[2 * k + 1] = static_cast<float>(-std::sin(kPi * k / (2.0 * n)));
+                double s, c;
+                sincos_2pi_ratio(k, 4 * int64_t{len}, &s, &c);
+                table[2 * k] = static_cast<float>(c);
+                table[2 * k + 1] = static_cast<float>(-s);
             }
             uint8_t* fmem = base + kHeaderPadded + align64(8 * int64_t{len});
             const nkpStatus st = fftInitComplex32f(&spec->fspec, log2i(2 * len), kNoDivByAny, 0, fmem, memInit);
@@ -148,12 +149,12 @@ nkpStatus dctInvInit32f(DctInvSpec32f** ppSpec, int len, int hint, uint8_t* memS
         case kDirect:
             for (int i = 0; i < len; ++i) {
                 for (int k = 0; k < len; ++k) {
-                    table[i * len + k] = static_cast<float>(std::cos(kPi * (2 * i + 1) * k / (2.0 * n)));
+                    table[i * len + k] = static_cast<float>(cos_2pi_ratio((2 * i + 1) * k, 4 * len));
                 }
             }
             break;
         case kGeneral:
-            for (int m = 0; m < 4 * len; ++m) table[m] = static_cast<float>(std::cos(kPi * m / (2.0 * n)));
+            for (int m = 0; m < 4 * len; ++m) table[m] = static_cast<float>(cos_2pi_ratio(m, 4 * int64_t{len}));
             break;
     }
     spec->tag = kTagDctInv32f;

@@ -3,11 +3,11 @@
 // 6..15 on the block-split layout.
 #include "frame/memory.h"
 #include "frame/object.h"
+#include "frame/trig.h"
 #include "transform/engine.h"
 #include "transform/fft_large.h"
 #include "transform/fft_passes.h"
 
-#include <cmath>
 #include <cstring>
 
 namespace nkp::fft {
@@ -194,9 +194,10 @@ void twiddle(int64_t num, int64_t den, float* re, float* im) {
         *im = kTwiddle1024[2 * j + 1];
         return;
     }
-    const double a = 2.0 * 3.14159265358979323846 * static_cast<double>(num) / static_cast<double>(den);
-    *re = static_cast<float>(std::cos(a));
-    *im = static_cast<float>(-std::sin(a));
+    double s, c;
+    sincos_2pi_ratio(num, den, &s, &c);
+    *re = static_cast<float>(c);
+    *im = static_cast<float>(-s);
 }
 
 int64_t round_down64(int64_t x) { return x & ~int64_t{63}; }

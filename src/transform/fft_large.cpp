@@ -7,9 +7,9 @@
 // Everything runs in place on the output; the work buffer holds one column or
 // row in the block-split layout, one in natural order and a bitmap.
 #include "frame/object.h"
+#include "frame/trig.h"
 #include "transform/fft_large.h"
 
-#include <cmath>
 #include <cstring>
 
 namespace nkp::fft {
@@ -216,15 +216,18 @@ void large_init(FftSpecComplex32f* spec, uint8_t* tables, uint8_t* memInit) {
     tables = align_up<64>(tables);
     float* fine = reinterpret_cast<float*>(tables);
     float* coarse = fine + 2 * L2;
-    const double L = static_cast<double>(int64_t{1} << order);
-    const double two_pi = 2.0 * 3.14159265358979323846;
+    const int64_t L = int64_t{1} << order;
     for (int64_t j = 0; j < L2; ++j) {
-        fine[2 * j] = static_cast<float>(std::cos(two_pi * static_cast<double>(j) / L));
-        fine[2 * j + 1] = static_cast<float>(-std::sin(two_pi * static_cast<double>(j) / L));
+        double s, c;
+        sincos_2pi_ratio(j, L, &s, &c);
+        fine[2 * j] = static_cast<float>(c);
+        fine[2 * j + 1] = static_cast<float>(-s);
     }
     for (int64_t j = 0; j < L1; ++j) {
-        coarse[2 * j] = static_cast<float>(std::cos(two_pi * static_cast<double>(j) / static_cast<double>(L1)));
-        coarse[2 * j + 1] = static_cast<float>(-std::sin(two_pi * static_cast<double>(j) / static_cast<double>(L1)));
+        double s, c;
+        sincos_2pi_ratio(j, L1, &s, &c);
+        coarse[2 * j] = static_cast<float>(c);
+        coarse[2 * j + 1] = static_cast<float>(-s);
     }
     spec->sub1 = s1;
     spec->sub2 = s2;

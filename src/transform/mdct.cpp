@@ -5,6 +5,7 @@
 // layout in place, its scrambled output read back by the post-rotation.
 #include "frame/exports.h"
 #include "frame/memory.h"
+#include "frame/trig.h"
 #include "transform/fft_passes.h"
 #include "transform/mdct_common.h"
 
@@ -17,8 +18,6 @@ namespace {
 
 using namespace mdct;
 using fft::FftSpecComplex32f;
-
-constexpr double kPi = 3.14159265358979323846;
 
 // ---- the written-out short DFTs ---------------------------------------------
 
@@ -290,9 +289,11 @@ void fill_table(float* t, int len, bool inverse) {
     const double scale = inverse ? 1.0 / std::sqrt(n / 2.0) : std::sqrt(2.0);
     std::memset(t, 0, sizeof(float) * static_cast<size_t>(table_entries(len)));
     for (int j = 0; j < N4; ++j) {
-        const double theta = 2.0 * kPi * (j + 0.125) / n;
-        tab_sin(t, j) = static_cast<float>(scale * std::sin(theta));
-        tab_cos(t, j) = static_cast<float>(scale * std::cos(theta));
+        // theta_j = 2 pi (j + 1/8) / N = 2 pi (8j + 1) / 8N.
+        double s, c;
+        sincos_2pi_ratio(8 * j + 1, 8 * int64_t{len}, &s, &c);
+        tab_sin(t, j) = static_cast<float>(scale * s);
+        tab_cos(t, j) = static_cast<float>(scale * c);
     }
 }
 

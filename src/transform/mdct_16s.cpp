@@ -6,9 +6,9 @@
 // 2 * 2^-scaleFactor, as in the float transform.
 #include "frame/exports.h"
 #include "frame/memory.h"
+#include "frame/trig.h"
 #include "transform/mdct_common.h"
 
-#include <cmath>
 #include <cstring>
 
 namespace nkp {
@@ -17,8 +17,6 @@ namespace {
 
 using namespace mdct;
 using fft::FftSpecComplex16s;
-
-constexpr double kPi = 3.14159265358979323846;
 
 int64_t align64(int64_t x) { return (x + 63) & ~int64_t{63}; }
 
@@ -38,11 +36,12 @@ nkpStatus sizes16(int len, Sizes16* s) {
 
 void fill_table(int16_t* t, int len) {
     const int N4 = len / 4;
-    const double n = static_cast<double>(len);
     for (int j = 0; j < N4; ++j) {
-        const double theta = 2.0 * kPi * (j + 0.125) / n;
-        tab_sin(t, j) = static_cast<int16_t>(16384.0 * std::sin(theta) + 0.5);
-        tab_cos(t, j) = static_cast<int16_t>(16384.0 * std::cos(theta) + 0.5);
+        // theta_j = 2 pi (j + 1/8) / N = 2 pi (8j + 1) / 8N.
+        double s, c;
+        sincos_2pi_ratio(8 * j + 1, 8 * int64_t{len}, &s, &c);
+        tab_sin(t, j) = static_cast<int16_t>(16384.0 * s + 0.5);
+        tab_cos(t, j) = static_cast<int16_t>(16384.0 * c + 0.5);
     }
 }
 
