@@ -12,7 +12,7 @@
 //     cos(2 pi (n/4 - k)/n) == sin(2 pi k/n), and so on;
 //   - the value depends only on the rational k/n, not on how it is written
 //     (k/n and 3k/3n give the same bits).
-// Accuracy: within 1 ulp of the exact value (about 0.5 ulp measured).
+// Accuracy: within 1 ulp of the exact value (at most 0.56 ulp measured).
 // Valid for 1 <= n <= 2^53 and any k; other n give a quiet NaN.
 #pragma once
 
