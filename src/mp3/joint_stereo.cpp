@@ -1,6 +1,8 @@
 // Joint-stereo reconstruction of one granule: M/S and intensity stereo,
 // MPEG-1 and LSF, on the requantised spectra of both channels.
 #include "frame/exports.h"
+#include "frame/trig.h"
+#include "mp3/decoder_tables.h"
 #include "mp3/fp_mode.h"
 #include "mp3/requantize.h"
 #include "mp3/tables.h"
@@ -43,19 +45,23 @@ struct Stereo {
     bool intensity_factors(int pos, double* kl, double* kr) const {
         if (!lsf) {
             if (pos < 0 || pos >= 7) return false;
-            const double k = std::tan(pos * 3.14159265358979323846 / 12.0);
-            *kl = k / (1.0 + k);
-            *kr = 1.0 / (1.0 + k);
+            // tan(pos pi/12) / (1 + tan) as sin / (sin + cos): exact at pos 0
+            // and 6, and the same bits on every platform.
+            double sn, cs;
+            sincos_2pi_ratio(pos, 24, &sn, &cs);
+            *kl = sn / (sn + cs);
+            *kr = cs / (sn + cs);
             return true;
         }
         if (pos < 0) return false;
-        const double step = intensity_scale ? 0.5 : 0.25;  // log2 of the attenuation per step
-        *kl = 1.0;
-        *kr = 1.0;
-        if (pos & 1)
-            *kl = std::exp2(-step * ((pos + 1) / 2));
-        else
-            *kr = std::exp2(-step * (pos / 2));
+        // Attenuation per step: 2^-1/2 or 2^-1/4, counted here in quarter
+        // powers of two and built from exact constants, not exp2.
+        const int quarters_per_step = intensity_scale ? 2 : 1;
+        const int e = -quarters_per_step * ((pos + 1) / 2);  // odd positions attenuate left
+        const int f = -quarters_per_step * (pos / 2);        // even ones right
+        // e >> 2 is a floor division; the compiler's arithmetic shift is intended.
+        *kl = (pos & 1) ? std::ldexp(kQuarterPow2[e & 3], e >> 2) : 1.0;
+        *kr = (pos & 1) ? 1.0 : std::ldexp(kQuarterPow2[f & 3], f >> 2);
         return true;
     }
 
