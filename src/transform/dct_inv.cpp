@@ -163,31 +163,11 @@ nkpStatus dctInvInit32f(DctInvSpec32f** ppSpec, int len, int hint, uint8_t* memS
 }
 
 nkpStatus dctInvCreate32f(DctInvSpec32f** ppSpec, int len, int hint) {
-    if (!ppSpec) return nkpStatusNullPointer;
-    int specSize = 0, initSize = 0, bufSize = 0;
-    nkpStatus st = dctInvSizes32f(len, hint, &specSize, &initSize, &bufSize);
-    if (st != nkpStatusOk) return st;
-    void* block = malloc_bytes(specSize);
-    if (!block) return nkpStatusNoMemory;
-    void* init = nullptr;
-    if (initSize > 0) {
-        init = malloc_bytes(initSize);
-        if (!init) {
-            release(block);
-            return nkpStatusNoMemory;
-        }
-    }
-    DctInvSpec32f* spec = nullptr;
-    st = dctInvInit32f(&spec, len, hint, static_cast<uint8_t*>(block), static_cast<uint8_t*>(init));
-    release(init);
-    if (st != nkpStatusOk) {
-        release(block);
-        return st;
-    }
-    spec->isAllocated = 1;
-    spec->block = block;
-    *ppSpec = spec;
-    return nkpStatusOk;
+    return create_spec(
+        ppSpec, [&](int* s, int* i, int* b) { return dctInvSizes32f(len, hint, s, i, b); },
+        [&](DctInvSpec32f** out, uint8_t* mem, uint8_t* scratch) {
+            return dctInvInit32f(out, len, hint, mem, scratch);
+        });
 }
 
 nkpStatus dctInvWorkSize32f(const DctInvSpec32f* spec, int* size) {
@@ -198,11 +178,7 @@ nkpStatus dctInvWorkSize32f(const DctInvSpec32f* spec, int* size) {
 }
 
 nkpStatus dctInvDestroy32f(DctInvSpec32f* spec) {
-    if (!spec) return nkpStatusNullPointer;
-    if (spec->tag != kTagDctInv32f) return nkpStatusWrongObject;
-    spec->tag = 0;
-    if (spec->isAllocated == 1) release(spec->block);
-    return nkpStatusOk;
+    return destroy_spec(spec, spec && spec->tag == kTagDctInv32f);
 }
 
 nkpStatus dctInv32f(const float* src, float* dst, const DctInvSpec32f* spec, uint8_t* buffer) {

@@ -11,6 +11,7 @@
 // itself. A transform given a null work buffer allocates one for the call.
 #pragma once
 
+#include "frame/memory.h"
 #include "nkpac.h"
 
 #include <cstdint>
@@ -192,6 +193,50 @@ inline void bs_gather(const float* data, int order, int it, __m128 re[4], __m128
     base[1] = b + 2 * q;
     base[2] = b + q;
     base[3] = b + 3 * q;
+}
+
+// Create and Destroy, shared by every engine kind. Create sizes the object,
+// allocates it and an init scratch, runs Init and drops the scratch; unlike
+// the exported InitAlloc functions, a failure releases whatever was obtained
+// and leaves *ppSpec untouched. sizes(int* spec, int* init, int* buf) and
+// init(Spec** out, uint8_t* memSpec, uint8_t* memInit) give statuses.
+template <class Spec, class Sizes, class Init>
+nkpStatus create_spec(Spec** ppSpec, Sizes sizes, Init init) {
+    if (!ppSpec) return nkpStatusNullPointer;
+    int specSize = 0, initSize = 0, bufSize = 0;
+    nkpStatus st = sizes(&specSize, &initSize, &bufSize);
+    if (st != nkpStatusOk) return st;
+    void* block = malloc_bytes(specSize);
+    if (!block) return nkpStatusNoMemory;
+    void* scratch = nullptr;
+    if (initSize > 0) {
+        scratch = malloc_bytes(initSize);
+        if (!scratch) {
+            release(block);
+            return nkpStatusNoMemory;
+        }
+    }
+    Spec* spec = nullptr;
+    st = init(&spec, static_cast<uint8_t*>(block), static_cast<uint8_t*>(scratch));
+    release(scratch);
+    if (st != nkpStatusOk) {
+        release(block);
+        return st;
+    }
+    spec->isAllocated = 1;
+    spec->block = block;
+    *ppSpec = spec;
+    return nkpStatusOk;
+}
+
+// Destroy clears the tag and releases the block only when Create made it.
+template <class Spec>
+nkpStatus destroy_spec(Spec* spec, bool tag_matches) {
+    if (!spec) return nkpStatusNullPointer;
+    if (!tag_matches) return nkpStatusWrongObject;
+    spec->tag = 0;
+    if (spec->isAllocated == 1) release(spec->block);
+    return nkpStatusOk;
 }
 
 }  // namespace nkp::fft

@@ -113,31 +113,11 @@ nkpStatus fftInitComplex16s(FftSpecComplex16s** ppSpec, int order, int flag, int
 }
 
 nkpStatus fftCreateComplex16s(FftSpecComplex16s** ppSpec, int order, int flag, int hint) {
-    if (!ppSpec) return nkpStatusNullPointer;
-    int specSize = 0, initSize = 0, bufSize = 0;
-    nkpStatus st = fftSizesComplex16s(order, flag, hint, &specSize, &initSize, &bufSize);
-    if (st != nkpStatusOk) return st;
-    void* block = malloc_bytes(specSize);
-    if (!block) return nkpStatusNoMemory;
-    void* init = nullptr;
-    if (initSize > 0) {
-        init = malloc_bytes(initSize);
-        if (!init) {
-            release(block);
-            return nkpStatusNoMemory;
-        }
-    }
-    FftSpecComplex16s* spec = nullptr;
-    st = fftInitComplex16s(&spec, order, flag, hint, static_cast<uint8_t*>(block), static_cast<uint8_t*>(init));
-    release(init);
-    if (st != nkpStatusOk) {
-        release(block);
-        return st;
-    }
-    spec->isAllocated = 1;
-    spec->block = block;
-    *ppSpec = spec;
-    return nkpStatusOk;
+    return create_spec(
+        ppSpec, [&](int* s, int* i, int* b) { return fftSizesComplex16s(order, flag, hint, s, i, b); },
+        [&](FftSpecComplex16s** out, uint8_t* mem, uint8_t* scratch) {
+            return fftInitComplex16s(out, order, flag, hint, mem, scratch);
+        });
 }
 
 nkpStatus fftWorkSizeComplex16s(const FftSpecComplex16s* spec, int* size) {
@@ -148,11 +128,7 @@ nkpStatus fftWorkSizeComplex16s(const FftSpecComplex16s* spec, int* size) {
 }
 
 nkpStatus fftDestroyComplex16s(FftSpecComplex16s* spec) {
-    if (!spec) return nkpStatusNullPointer;
-    if (spec->tag != kTagComplex16s) return nkpStatusWrongObject;
-    spec->tag = 0;
-    if (spec->isAllocated == 1) release(spec->block);
-    return nkpStatusOk;
+    return destroy_spec(spec, spec && spec->tag == kTagComplex16s);
 }
 
 nkpStatus fftForwardComplex16sScaled(const nkp16sc* src, nkp16sc* dst, const FftSpecComplex16s* spec,

@@ -362,31 +362,11 @@ nkpStatus fftInitComplex32f(FftSpecComplex32f** ppSpec, int order, int flag, int
 }
 
 nkpStatus fftCreateComplex32f(FftSpecComplex32f** ppSpec, int order, int flag, int hint) {
-    if (!ppSpec) return nkpStatusNullPointer;
-    int specSize = 0, initSize = 0, bufSize = 0;
-    nkpStatus st = fftSizesComplex32f(order, flag, hint, &specSize, &initSize, &bufSize);
-    if (st != nkpStatusOk) return st;
-    void* block = malloc_bytes(specSize);
-    if (!block) return nkpStatusNoMemory;
-    void* init = nullptr;
-    if (initSize > 0) {
-        init = malloc_bytes(initSize);
-        if (!init) {
-            release(block);
-            return nkpStatusNoMemory;
-        }
-    }
-    FftSpecComplex32f* spec = nullptr;
-    st = fftInitComplex32f(&spec, order, flag, hint, static_cast<uint8_t*>(block), static_cast<uint8_t*>(init));
-    release(init);
-    if (st != nkpStatusOk) {
-        release(block);
-        return st;
-    }
-    spec->isAllocated = 1;
-    spec->block = block;
-    *ppSpec = spec;
-    return nkpStatusOk;
+    return create_spec(
+        ppSpec, [&](int* s, int* i, int* b) { return fftSizesComplex32f(order, flag, hint, s, i, b); },
+        [&](FftSpecComplex32f** out, uint8_t* mem, uint8_t* scratch) {
+            return fftInitComplex32f(out, order, flag, hint, mem, scratch);
+        });
 }
 
 nkpStatus fftWorkSizeComplex32f(const FftSpecComplex32f* spec, int* size) {
@@ -397,11 +377,7 @@ nkpStatus fftWorkSizeComplex32f(const FftSpecComplex32f* spec, int* size) {
 }
 
 nkpStatus fftDestroyComplex32f(FftSpecComplex32f* spec) {
-    if (!spec) return nkpStatusNullPointer;
-    if (spec->tag != kTagComplex32f && spec->tag != kTagSplit32f) return nkpStatusWrongObject;
-    spec->tag = 0;
-    if (spec->isAllocated == 1) release(spec->block);
-    return nkpStatusOk;
+    return destroy_spec(spec, spec && (spec->tag == kTagComplex32f || spec->tag == kTagSplit32f));
 }
 
 namespace {
