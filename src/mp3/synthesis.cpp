@@ -16,6 +16,8 @@ namespace {
 
 constexpr uint32_t kSynthesisTag = amc_tag('S');
 constexpr size_t kAlign = 16;
+// The general rule: a failed InitAlloc keeps what it allocated, Free keeps the tag.
+constexpr LifeCycle kLife{kAlign, OnInitFailure::KeepBuffers, OnFree::KeepTag};
 
 constexpr int kRing = 32;
 
@@ -159,11 +161,11 @@ nkpStatus nkpsSynthesisFilterInit_MP3_16s(nkpMP3SynthesisState* pState) {
 }
 
 nkpStatus nkpsSynthesisFilterInitAlloc_MP3_16s(nkpMP3SynthesisState** ppState) {
-    return init_alloc<SynthesisState, kAlign>(ppState, get_size, init);
+    return init_alloc<SynthesisState, kLife>(ppState, get_size, init);
 }
 
 nkpStatus nkpsSynthesisFilterFree_MP3_16s(nkpMP3SynthesisState* pState) {
-    return free_object<SynthesisState, kAlign>(pState, kSynthesisTag);
+    return free_object<SynthesisState, kLife>(pState, kSynthesisTag);
 }
 
 nkpStatus nkpsSynthesisFilter_MP3_32s16s(const nkp32s* pSrc, nkp16s* pDst, int channelStep,

@@ -17,6 +17,7 @@ struct Probe {
 };
 constexpr uint32_t kProbeTag = nkp::amc_tag('q');
 constexpr size_t kAlign = 16;
+constexpr nkp::LifeCycle kLife{kAlign, nkp::OnInitFailure::KeepBuffers, nkp::OnFree::KeepTag};
 constexpr int32_t kProbeSize = sizeof(Probe) + kAlign - 1;
 
 nkpStatus probe_get_size(int32_t* object, int32_t* work) {
@@ -38,7 +39,7 @@ nkpStatus probe_init(void* buffer, void* work, nkpStatus result) {
 }
 
 nkpStatus probe_init_alloc(Probe** out, nkpStatus init_result) {
-    return nkp::init_alloc_with_work<Probe, kAlign>(
+    return nkp::init_alloc_with_work<Probe, kLife>(
         out, probe_get_size, [&](void* b, void* w) { return probe_init(b, w, init_result); });
 }
 
@@ -71,7 +72,7 @@ TEST_F(ObjectLifeCycle, SuccessfulInitAllocIsReleasedByFree) {
     ASSERT_NE(p, nullptr);
     EXPECT_EQ((nkp::object_in<Probe, kAlign>(p)->allocated), 1);
     EXPECT_EQ(nkpcoreLiveAllocations(), live + 1);  // the work buffer is gone
-    EXPECT_EQ((nkp::free_object<Probe, kAlign>(p, kProbeTag)), nkpStatusOk);
+    EXPECT_EQ((nkp::free_object<Probe, kLife>(p, kProbeTag)), nkpStatusOk);
     EXPECT_EQ(nkpcoreLiveAllocations(), live);
 }
 
@@ -114,11 +115,11 @@ TEST_F(ObjectLifeCycle, FreeChecksAndReleasesOnlyAllocatedObjects) {
     nkp::object_in<Probe, kAlign>(start)->tag = kProbeTag;
     nkp::object_in<Probe, kAlign>(start)->allocated = 0;
     const long live = nkpcoreLiveAllocations();
-    EXPECT_EQ((nkp::free_object<Probe, kAlign>(start, kProbeTag)), nkpStatusOk);
+    EXPECT_EQ((nkp::free_object<Probe, kLife>(start, kProbeTag)), nkpStatusOk);
     EXPECT_EQ(nkpcoreLiveAllocations(), live);
     EXPECT_EQ((nkp::object_in<Probe, kAlign>(start)->tag), kProbeTag);  // Free keeps the tag
-    EXPECT_EQ((nkp::free_object<Probe, kAlign>(start, nkp::amc_tag('r'))), nkpStatusWrongObject);
-    EXPECT_EQ((nkp::free_object<Probe, kAlign>(nullptr, kProbeTag)), nkpStatusNullPointer);
+    EXPECT_EQ((nkp::free_object<Probe, kLife>(start, nkp::amc_tag('r'))), nkpStatusWrongObject);
+    EXPECT_EQ((nkp::free_object<Probe, kLife>(nullptr, kProbeTag)), nkpStatusNullPointer);
 }
 
 TEST(MemoryWrappers, EmptyRequestsNeverReachTheAllocator) {
