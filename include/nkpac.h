@@ -583,6 +583,30 @@ NKPAC_API nkpStatus nkpsSynthesisFilter_MP3_32s16s(const nkp32s* pSrc, nkp16s* p
                                                    nkpMP3SynthesisState* pState);
 /* NKPAC-END mp3-decoder */
 
+/* ---- VLC: code-book decoding, encoding and bit counting ----------------- */
+/* NKPAC-SECTION vlc */
+/* NKPAC-END vlc */
+
+/* ---- AAC: stream headers, side elements and channel streams ------------- */
+/* NKPAC-SECTION aac-stream */
+/* NKPAC-END aac-stream */
+
+/* ---- AAC: inverse quantisation, stereo tools, prediction, TNS ----------- */
+/* NKPAC-SECTION aac-tools */
+/* NKPAC-END aac-tools */
+
+/* ---- AAC: filter bank, noise substitution, long-term prediction --------- */
+/* NKPAC-SECTION aac-decoder */
+/* NKPAC-END aac-decoder */
+
+/* ---- SBR: prediction coefficients --------------------------------------- */
+/* NKPAC-SECTION sbr */
+/* NKPAC-END sbr */
+
+/* ---- Vector quantisation and the block FIR filter ----------------------- */
+/* NKPAC-SECTION vq */
+/* NKPAC-END vq */
+
 #ifdef __cplusplus
 }
 #endif
