@@ -1,7 +1,7 @@
 // Frame header: unpacking and packing of the 4-byte Layer III header and its
 // CRC word.
 #include "frame/exports.h"
-#include "mp3/bit_writer.h"
+#include "common/bit_writer.h"
 
 namespace nkp {
 

@@ -9,7 +9,7 @@
 // aligned word after the one holding its last bit.
 #include <emmintrin.h>
 
-#include "frame/bit_reader.h"
+#include "common/bit_reader.h"
 #include "frame/exports.h"
 #include "mp3/tables.h"
 

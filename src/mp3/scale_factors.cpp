@@ -1,7 +1,7 @@
 // Scale factors: unpacking and packing, MPEG-1 and LSF.
-#include "frame/bit_reader.h"
+#include "common/bit_reader.h"
 #include "frame/exports.h"
-#include "mp3/bit_writer.h"
+#include "common/bit_writer.h"
 #include "mp3/tables.h"
 
 namespace nkp {

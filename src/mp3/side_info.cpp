@@ -1,8 +1,8 @@
 // Side information: unpacking and packing of the per-granule, per-channel
 // records, main-data begin, private bits and scfsi.
-#include "frame/bit_reader.h"
+#include "common/bit_reader.h"
 #include "frame/exports.h"
-#include "mp3/bit_writer.h"
+#include "common/bit_writer.h"
 
 namespace nkp {
 namespace {

@@ -2,7 +2,7 @@
 // alignment, and its read slack against a guard page.
 #include "common/bit_writer.h"
 #include "common/guarded_buffer.h"
-#include "frame/bit_reader.h"
+#include "common/bit_reader.h"
 
 #include <gtest/gtest.h>
 
