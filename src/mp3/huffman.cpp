@@ -10,6 +10,7 @@
 #include <emmintrin.h>
 
 #include "common/bit_reader.h"
+#include "common/numeric.h"
 #include "frame/exports.h"
 #include "mp3/tables.h"
 
@@ -211,7 +212,6 @@ nkpStatus decode(nkp8u** ppBitStream, int* pOffset, nkp32s* out, int* pNonZeroBo
 
 // Region ends capped to the big-values region, in order.
 Regions make_regions(int e0, int e1, int big_end, int count) {
-    auto clamp = [](int v, int lo, int hi) { return v < lo ? lo : v > hi ? hi : v; };
     Regions r;
     r.end[0] = clamp(e0, 0, big_end);
     r.end[1] = clamp(e1, r.end[0], big_end);

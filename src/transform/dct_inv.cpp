@@ -6,7 +6,8 @@
 // of two; a precomputed matrix below 36; a cosine table otherwise.
 #include "frame/memory.h"
 #include "frame/object.h"
-#include "frame/trig.h"
+#include "common/numeric.h"
+#include "common/trig.h"
 #include "transform/engine.h"
 
 #include <cmath>
@@ -27,7 +28,6 @@ int log2i(int n) {
     while ((1 << r) < n) ++r;
     return r;
 }
-int64_t align64(int64_t x) { return (x + 63) & ~int64_t{63}; }
 
 Method method_of(int n) {
     if (n == 1 || n == 2 || n == 4 || n == 8) return kKernel;

@@ -30,6 +30,9 @@ constexpr int kDivFwdByN = 1;
 constexpr int kDivInvByN = 2;
 constexpr int kDivBySqrtN = 4;
 constexpr int kNoDivByAny = 8;
+inline bool valid_flag(int flag) {
+    return flag == kDivFwdByN || flag == kDivInvByN || flag == kDivBySqrtN || flag == kNoDivByAny;
+}
 
 constexpr int kMaxOrder = 28;
 // Orders handled by written-out kernels, by the table-driven passes on the
@@ -132,8 +135,13 @@ nkpStatus dctInv32f(const float* src, float* dst, const DctInvSpec32f* spec, uin
 
 // ---- internals shared by the engine and the MDCT --------------------------
 
-// e^(-2 pi i j/1024) as (re, im) pairs.
-extern const float kTwiddle1024[2048];
+// e^(-2 pi i j/1024) as (re, im) pairs, built while compiling by the table
+// trigonometry (transform/fft_float.cpp).
+struct Twiddle1024 {
+    float v[2048];
+    float operator[](int i) const { return v[i]; }
+};
+extern const Twiddle1024 kTwiddle1024;
 
 // 1/sqrt(x) in single precision: the reciprocal-square-root estimate refined
 // by one Newton step.

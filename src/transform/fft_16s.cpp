@@ -1,6 +1,7 @@
 // The 16-bit complex FFT with a scale factor (tag 1). The data are widened
 // to float in the work buffer, transformed by the float engine, scaled by
 // 2^-scaleFactor, rounded to nearest and saturated back to 16 bits.
+#include "common/numeric.h"
 #include "frame/memory.h"
 #include "frame/object.h"
 #include "transform/engine.h"
@@ -16,14 +17,8 @@ namespace {
 
 constexpr int kHeaderBytes = 64;
 
-bool valid_flag(int flag) {
-    return flag == kDivFwdByN || flag == kDivInvByN || flag == kDivBySqrtN || flag == kNoDivByAny;
-}
-
 // Orders 1..3 with hint 0 or 1 report the sizes of a direct kernel.
 bool direct_kernel(int order, int hint) { return order >= 1 && order <= 3 && (hint == 0 || hint == 1); }
-
-int32_t round_down64(int32_t x) { return x & ~63; }
 
 // 2^-sf as a float multiplier; factors beyond the float range saturate the
 // result anyway, so the exponent is clamped.
@@ -35,19 +30,13 @@ float pow2_neg(int sf) {
 
 // n floats (n a multiple of 2) times f, rounded to nearest, saturated to s16.
 void narrow(const float* v, int16_t* out, int n, float f) {
-    const __m128 vf = _mm_set1_ps(f), lo = _mm_set1_ps(-32768.0f), hi = _mm_set1_ps(32767.0f);
+    const __m128 vf = _mm_set1_ps(f);
     int i = 0;
     for (; i + 4 <= n; i += 4) {
-        __m128 x = _mm_mul_ps(_mm_loadu_ps(v + i), vf);
-        x = _mm_min_ps(_mm_max_ps(x, lo), hi);
-        const __m128i r = _mm_cvtps_epi32(x);
+        const __m128i r = float_to_s16x4(_mm_mul_ps(_mm_loadu_ps(v + i), vf));
         _mm_storel_epi64(reinterpret_cast<__m128i*>(out + i), _mm_packs_epi32(r, r));
     }
-    for (; i < n; ++i) {
-        float x = v[i] * f;
-        x = x < -32768.0f ? -32768.0f : (x > 32767.0f ? 32767.0f : x);
-        out[i] = static_cast<int16_t>(_mm_cvtss_si32(_mm_set_ss(x)));
-    }
+    for (; i < n; ++i) out[i] = float_to_s16(v[i] * f);
 }
 
 }  // namespace

@@ -3,7 +3,8 @@
 // 6..15 on the block-split layout.
 #include "frame/memory.h"
 #include "frame/object.h"
-#include "frame/trig.h"
+#include "common/numeric.h"
+#include "common/trig.h"
 #include "transform/engine.h"
 #include "transform/fft_large.h"
 #include "transform/fft_passes.h"
@@ -14,13 +15,24 @@ namespace nkp::fft {
 
 namespace {
 
+consteval Twiddle1024 make_twiddle_1024() {
+    Twiddle1024 t{};
+    for (int j = 0; j < 1024; ++j) {
+        const SinCos w = sincos_2pi_ratio_while_compiling(j, 1024);
+        t.v[2 * j] = static_cast<float>(w.c);
+        t.v[2 * j + 1] = static_cast<float>(-w.s);
+    }
+    return t;
+}
+
+}  // namespace
+
+alignas(64) constexpr Twiddle1024 kTwiddle1024 = make_twiddle_1024();
+
+namespace {
+
 constexpr int kHeaderBytes = 136;
 constexpr int kHeaderPadded = 192;  // tables start 64-byte aligned behind the header
-
-
-bool valid_flag(int flag) {
-    return flag == kDivFwdByN || flag == kDivInvByN || flag == kDivBySqrtN || flag == kNoDivByAny;
-}
 
 // ---- written-out kernels, orders 0..5 ---------------------------------------
 
@@ -199,8 +211,6 @@ void twiddle(int64_t num, int64_t den, float* re, float* im) {
     *re = static_cast<float>(c);
     *im = static_cast<float>(-s);
 }
-
-int64_t round_down64(int64_t x) { return x & ~int64_t{63}; }
 
 int32_t work_bytes_of(const FftSpecComplex32f* spec) { return spec->bufSize >= 1 ? spec->bufSize + 64 : 0; }
 

@@ -7,7 +7,8 @@
 // Everything runs in place on the output; the work buffer holds one column or
 // row in the block-split layout, one in natural order and a bitmap.
 #include "frame/object.h"
-#include "frame/trig.h"
+#include "common/numeric.h"
+#include "common/trig.h"
 #include "transform/fft_large.h"
 
 #include <cstring>
@@ -15,8 +16,6 @@
 namespace nkp::fft {
 
 namespace {
-
-int64_t align64(int64_t x) { return (x + 63) & ~int64_t{63}; }
 
 struct Interleaved {
     float* d;

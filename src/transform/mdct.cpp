@@ -5,7 +5,8 @@
 // layout in place, its scrambled output read back by the post-rotation.
 #include "frame/exports.h"
 #include "frame/memory.h"
-#include "frame/trig.h"
+#include "common/numeric.h"
+#include "common/trig.h"
 #include "transform/fft_passes.h"
 #include "transform/mdct_common.h"
 
@@ -263,8 +264,6 @@ void inverse_scalar(const float* X, float* y, const MdctSpec* spec, Cx* z, uint8
 }
 
 // ---- life cycle ---------------------------------------------------------------
-
-int64_t align64(int64_t x) { return (x + 63) & ~int64_t{63}; }
 
 struct FloatSizes {
     int64_t spec, init, buf;

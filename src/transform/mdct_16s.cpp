@@ -6,7 +6,8 @@
 // 2 * 2^-scaleFactor, as in the float transform.
 #include "frame/exports.h"
 #include "frame/memory.h"
-#include "frame/trig.h"
+#include "common/numeric.h"
+#include "common/trig.h"
 #include "transform/mdct_common.h"
 
 #include <cstring>
@@ -17,8 +18,6 @@ namespace {
 
 using namespace mdct;
 using fft::FftSpecComplex16s;
-
-int64_t align64(int64_t x) { return (x + 63) & ~int64_t{63}; }
 
 struct Sizes16 {
     int64_t spec, init, buf, fftBuf;
@@ -109,10 +108,6 @@ nkpStatus init_alloc16(MdctSpec** out, int len) {
 MdctSpec* tagged16(const void* p) {
     auto* spec = reinterpret_cast<MdctSpec*>(align_up<64>(const_cast<void*>(p)));
     return spec->tag == kTagFwd16s ? spec : nullptr;
-}
-
-inline int16_t saturate16(int64_t v) {
-    return static_cast<int16_t>(v > 32767 ? 32767 : (v < -32768 ? -32768 : v));
 }
 
 // Narrows n 32-bit values with scale factor sf: a positive factor shifts

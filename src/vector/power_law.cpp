@@ -1,7 +1,8 @@
 // The quantisers' power laws: x^(3/4) for quantisation, x^(4/3) for
 // requantisation.
 #include "frame/exports.h"
-#include "vector/common.h"
+#include "common/fp_mode.h"
+#include "common/numeric.h"
 #include "vector/tables.h"
 
 #include <cstddef>
@@ -155,7 +156,7 @@ nkpStatus nkpsPow34_32f(const nkp32f* pSrc, nkp32f* pDst, int len) {
     if (!pSrc || !pDst) return nkpStatusNullPointer;
     if (len < 1) return nkpStatusBadSize;
 
-    const FpModeScope mode(/*round_to_nearest=*/false, /*mask_exceptions=*/true);
+    const FpModeScope mode(FpMode::MaskExceptions);
     ptrdiff_t i = 0;
     for (; i + 4 <= len; i += 4) _mm_storeu_ps(pDst + i, pow34x4(_mm_loadu_ps(pSrc + i)));
     if (i < len) {
@@ -170,7 +171,7 @@ nkpStatus nkpsPow34_32f16s(const nkp32f* pSrc, nkp16s* pDst, int len) {
     if (!pSrc || !pDst) return nkpStatusNullPointer;
     if (len < 1) return nkpStatusBadSize;
 
-    const FpModeScope mode(/*round_to_nearest=*/true, /*mask_exceptions=*/true);
+    const FpModeScope mode(FpMode::NearestMasked);
     ptrdiff_t i = 0;
     for (; i + 8 <= len; i += 8) {
         const __m128i a = to16x4(pow34x4(_mm_loadu_ps(pSrc + i)));

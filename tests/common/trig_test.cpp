@@ -2,10 +2,11 @@
 // values and symmetry from the integer reduction, invalid periods, and a
 // pinned hash of many results so that every platform is seen to produce the
 // same bits.
-#include "frame/trig.h"
+#include "common/trig.h"
 
 #include <gtest/gtest.h>
 
+#include <array>
 #include <cmath>
 #include <cstdint>
 #include <cstdio>
@@ -193,6 +194,29 @@ TEST(Trig, InvalidPeriodGivesNaN) {
         EXPECT_TRUE(std::isnan(sin_2pi_ratio(1, n)));
         EXPECT_TRUE(std::isnan(cos_2pi_ratio(1, n)));
         EXPECT_TRUE(std::isnan(tan_2pi_ratio(1, n)));
+    }
+}
+
+// Tables the compiler builds (the FFT's constant twiddles) hold the same
+// bits as tables built at Init.
+constexpr int64_t kCompiledPeriods[] = {1024, 96, 7};
+
+TEST(Trig, CompiledValuesEqualRunTimeValues) {
+    constexpr auto compiled = []() consteval {
+        std::array<nkp::SinCos, 1024 + 96 + 7> t{};
+        size_t i = 0;
+        for (int64_t n : kCompiledPeriods)
+            for (int64_t k = 0; k < n; ++k) t[i++] = nkp::sincos_2pi_ratio_while_compiling(k, n);
+        return t;
+    }();
+    size_t i = 0;
+    for (int64_t n : kCompiledPeriods) {
+        for (int64_t k = 0; k < n; ++k, ++i) {
+            double s, c;
+            sincos_2pi_ratio(k, n, &s, &c);
+            ASSERT_EQ(bits(s), bits(compiled[i].s)) << k << "/" << n;
+            ASSERT_EQ(bits(c), bits(compiled[i].c)) << k << "/" << n;
+        }
     }
 }
 
