@@ -63,4 +63,43 @@ private:
     uint32_t pos_;         // bit position from base_
 };
 
+// The same reader for tight decoding loops: the window of the aligned word
+// holding the next bit and the word after it is kept in a register, and a
+// word is fetched only by refill(), when the next bit lies in the second
+// word. Same read slack as BitReader.
+class BitCache {
+public:
+    BitCache(const uint8_t* byte, int bit_offset)
+        : word_(byte - (reinterpret_cast<uintptr_t>(byte) & 3)),
+          pos_(static_cast<uint32_t>(reinterpret_cast<uintptr_t>(byte) & 3) * 8 + static_cast<uint32_t>(bit_offset)),
+          start_(word_) {
+        window_ = (static_cast<uint64_t>(load_be32(word_)) << 32) | load_be32(word_ + 4);
+    }
+
+    // Makes at least 33 bits available; call only before consuming a bit.
+    void refill() {
+        if (pos_ >= 32) {
+            word_ += 4;
+            window_ = (window_ << 32) | load_be32(word_ + 4);
+            pos_ -= 32;
+        }
+    }
+    // The next n bits (1..32), with pos + n <= 64.
+    uint32_t peek(uint32_t n) const { return static_cast<uint32_t>((window_ << pos_) >> (64 - n)); }
+    void skip(uint32_t n) { pos_ += n; }
+    uint32_t read(uint32_t n) {
+        const uint32_t v = peek(n);
+        pos_ += n;
+        return v;
+    }
+    // Bits from the aligned word that held the starting position.
+    int64_t position() const { return static_cast<int64_t>(word_ - start_) * 8 + pos_; }
+
+private:
+    const uint8_t* word_;  // aligned word holding bit pos_ (while pos_ < 32)
+    uint64_t window_;
+    uint32_t pos_;
+    const uint8_t* start_;
+};
+
 }  // namespace nkp
