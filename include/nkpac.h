@@ -215,7 +215,7 @@ NKPAC_API nkpStatus nkpsPow34_32f16s(const nkp32f* pSrc, nkp16s* pDst, int len);
 NKPAC_API nkpStatus nkpsPow34_16s_Sfs(const nkp16s* pSrc, int inScale, nkp16s* pDst, int outScale, int len);
 
 /* dst[i] = sign(x) * |x|^(4/3), x = src[i], each value the float nearest
- * to the exact power (an exact table below 8192, a double-precision cube
+ * to the exact power (an exact table below 8207, a double-precision cube
  * root above). Checks: a null pointer (NullPointer), len < 0 (BadSize);
  * len 0 does nothing. Returns nkpStatusOk. */
 NKPAC_API nkpStatus nkpsPow43_16s32f(const nkp16s* pSrc, nkp32f* pDst, int len);
@@ -224,7 +224,7 @@ NKPAC_API nkpStatus nkpsPow43_16s32f(const nkp16s* pSrc, nkp32f* pDst, int len);
  * .. offset[b+1]*widthMult - 1 of src become, in dst, sign(x) *
  * trunc(|x|^(4/3) * 2^(e/4)) with e = sf[b] - globalGain - 4*sfMult,
  * limited to 0x7FFFFFFF. Internally P = trunc(|x|^(4/3) * 4096) (a table
- * below 8192; from 8192 on the magnitude is normalised and its cube root
+ * below 8207; from 8207 on the magnitude is normalised and its cube root
  * refined from a polynomial seed in double precision, giving the same
  * truncated value as the exact power), times one of the four Q30
  * constants 2^((e&3)/4), shifted right by 42 - floor(e/4) (a shift of 64

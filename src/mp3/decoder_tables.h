@@ -1,7 +1,9 @@
 // Computed constants of the MP3 decoder steps (generated into
-// decoder_tables.cpp by tools/gen_mp3_decoder_tables.py) and the synthesis
-// window (synthesis_window.cpp, made by tools/fit_synthesis_window.cpp).
+// generated/decoder_tables.cpp by tools/gen_mp3_decoder_tables.py) and the
+// synthesis window (synthesis_window.cpp, made by tools/fit_synthesis_window.cpp).
 #pragma once
+
+#include "common/pow43.h"
 
 #include <cstdint>
 
@@ -11,10 +13,7 @@ namespace nkp::mp3 {
 // between the inverse MDCT and the synthesis: 1.0 is 2^25.
 constexpr int kSpectrumFracBits = 25;
 
-// |q|^(4/3) for q = 0..8206, the largest magnitude a Huffman table with
-// linbits can produce.
-constexpr int kPow43Count = 8207;
-extern const double kPow43[kPow43Count];
+// |q|^(4/3) for q = 0..8206 is the shared kPow43 (common/pow43.h).
 // 2^(r/4), r = 0..3.
 extern const double kQuarterPow2[4];
 
