@@ -4,7 +4,8 @@
     python3 tools/gen_mp3_tables.py
 
 Reads tools/tables/mp3_*.txt and writes src/mp3/generated/tables.cpp and
-huffman_tables.cpp (declared in src/mp3/tables.h).
+huffman_tables.cpp (declared in src/mp3/tables.h) and synthesis_window.cpp
+(declared in src/mp3/decoder_tables.h).
 
 The big-value Huffman codes become multi-level lookup tables of 16-bit
 entries (see src/mp3/tables.h for the entry layout): a root table indexed by
@@ -261,6 +262,26 @@ def main():
         f.write("const int16_t kReservoirFrameBytes[3][15] = {\n")
         for row in frame_bytes:
             f.write("    {%s},\n" % ", ".join(map(str, row)))
+        f.write("};\n\n}  // namespace nkp::mp3\n")
+
+    # ---- the synthesis window ---------------------------------------------
+    # D[i] of the standard as integers of 2^-16, in the filter's walking
+    # order (entry 64 i + j weighs V slot 2i for j < 32, slot 2i + 1 for
+    # j >= 32: the standard's own index), scaled from subband samples at
+    # 2^25 to 16-bit PCM units: D * 2^15 / 2^25 = value * 2^-26, exact in float.
+    window = {}
+    for rec in records(os.path.join(d, "mp3_synthesis_window.txt")):
+        window[int(rec[0])] = int(rec[1])
+    assert sorted(window) == list(range(512))
+    assert all(abs(v) < 2 ** 24 for v in window.values())
+    with open(os.path.join(OUT, "synthesis_window.cpp"), "w") as f:
+        f.write(GENERATED)
+        f.write("#include \"mp3/decoder_tables.h\"\n\nnamespace nkp::mp3 {\n\n")
+        f.write("// D[i] * 2^-26: the standard's window, scaled from subband samples at 2^25\n")
+        f.write("// to 16-bit PCM units.\n")
+        f.write("alignas(16) const float kSynthesisWindow[512] = {\n")
+        for i in range(0, 512, 8):
+            f.write("    %s,\n" % ", ".join("%d * 0x1p-26f" % window[k] for k in range(i, i + 8)))
         f.write("};\n\n}  // namespace nkp::mp3\n")
 
 

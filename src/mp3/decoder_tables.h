@@ -1,6 +1,7 @@
 // Computed constants of the MP3 decoder steps (generated into
 // generated/decoder_tables.cpp by tools/gen_mp3_decoder_tables.py) and the
-// synthesis window (synthesis_window.cpp, made by tools/fit_synthesis_window.cpp).
+// standard's synthesis window (generated/synthesis_window.cpp, by
+// tools/gen_mp3_tables.py from tools/tables/mp3_synthesis_window.txt).
 #pragma once
 
 #include "common/pow43.h"
@@ -45,9 +46,10 @@ extern const double kImdctShort[12 * 6];
 // factors for N = 32, 16, 8, 4, 2 follow one another (N/2 each).
 extern const float kDctFactors[31];
 
-// The synthesis window in the order the filter walks it: entry 64 * i + j
-// weighs V slot 2i (j < 32) or slot 2i + 1 (j >= 32), already scaled from
-// subband samples at 2^kSpectrumFracBits to 16-bit PCM units.
+// The standard's synthesis window D[0..511] in the order the filter walks
+// it: entry 64 * i + j weighs V slot 2i (j < 32) or slot 2i + 1 (j >= 32),
+// already scaled from subband samples at 2^kSpectrumFracBits to 16-bit PCM
+// units (D * 2^15 / 2^25, exact in float).
 extern const float kSynthesisWindow[512];
 
 }  // namespace nkp::mp3
