@@ -18,13 +18,17 @@
  * buffer must stay readable up to the end of the aligned 8-byte stretch after
  * the last bit consumed, so keep 8 readable bytes of slack after the data.
  *
- * Objects (state and specification objects) follow one life cycle: GetSize
- * reports the buffer size (alignment slack included); Init builds the object
- * at the first suitably aligned address inside any caller buffer; InitAlloc
- * allocates through nkpcore and then runs Init; Free releases only what
- * InitAlloc allocated. A failed InitAlloc may leave its buffers allocated
- * (its output then holds the object buffer, or NULL when nothing was
- * allocated): treat that output as unusable.
+ * Objects (state objects, and the plans, or spec objects, of the
+ * transforms) follow one life cycle: GetSize reports the buffer size
+ * (alignment slack included); Init builds the object at the first suitably
+ * aligned address inside any caller buffer; InitAlloc allocates through
+ * nkpcore and then builds the object; Free releases only what InitAlloc
+ * allocated. Each family states two choices where its objects are described:
+ * what a failed InitAlloc leaves behind (either its buffers, with the output
+ * holding the object buffer or NULL when nothing was allocated, so treat that
+ * output as unusable; or nothing, with the output untouched), and whether
+ * Free clears the object's tag (then a second Free, or any use after Free,
+ * gives nkpStatusWrongObject).
  *
  * The library picks one of two code paths when it is loaded: path 0 (SSSE3)
  * or path 1 (low-power processors with SSSE3 and MOVBE). Both paths give
@@ -257,13 +261,15 @@ NKPAC_API nkpStatus nkpsSpread_16s_Sfs(nkp16s first, nkp16s second, int scaleFac
  * Lengths: the float transforms take 12, 36 and powers of two >= 32; the
  * 16-bit transform takes powers of two >= 32.
  *
- * Specifications are built once per length and are read-only afterwards (any
- * number of concurrent calls, each with its own work buffer). Init places
- * the specification at the first 64-byte-aligned address of pMemSpec (size
- * from GetSize) and uses pMemInit (GetSize's init size) as scratch; the
- * specification pointer is returned in *ppSpec. InitAlloc allocates through
- * nkpcore; Free clears the tag and releases what InitAlloc allocated (a
- * second Free, or any use after Free, gives nkpStatusWrongObject).
+ * Plans (spec objects) are built once per length and are read-only
+ * afterwards (any number of concurrent calls, each with its own work
+ * buffer). Init places the plan at the first 64-byte-aligned address of
+ * pMemSpec (size from GetSize) and uses pMemInit (GetSize's init size) as
+ * scratch; the plan's pointer is returned in *ppSpec. InitAlloc allocates
+ * through nkpcore, in several blocks; if it fails it releases every block it
+ * had obtained and leaves *ppSpec untouched. Free clears the tag and releases
+ * what InitAlloc allocated (a second Free, or any use after Free, gives
+ * nkpStatusWrongObject; Free of a plan built by Init only clears the tag).
  *
  * Work buffers: GetBufSize's size (GetSize reports a size at least as large);
  * the buffer is used from its first 64-byte-aligned address. A null
@@ -274,7 +280,7 @@ typedef struct nkpsMDCTFwdSpec_32f nkpsMDCTFwdSpec_32f;
 typedef struct nkpsMDCTInvSpec_32f nkpsMDCTInvSpec_32f;
 typedef struct nkpsMDCTFwdSpec_16s nkpsMDCTFwdSpec_16s;
 
-/* Sizes in bytes of the specification, the Init scratch and the work buffer. */
+/* Sizes in bytes of the plan, the Init scratch and the work buffer. */
 NKPAC_API nkpStatus nkpsMDCTFwdGetSize_32f(int len, int* pSpecSize, int* pSizeInit, int* pSizeBuf);
 NKPAC_API nkpStatus nkpsMDCTInvGetSize_32f(int len, int* pSpecSize, int* pSizeInit, int* pSizeBuf);
 NKPAC_API nkpStatus nkpsMDCTFwdGetSize_16s(int len, int* pSpecSize, int* pSizeInit, int* pSizeBuf);
@@ -565,7 +571,11 @@ NKPAC_API nkpStatus nkpsMDCTInv_MP3_32s(nkp32s* pSrcXr, nkp32s* pDstY, nkp32s* p
 NKPAC_API nkpStatus nkpsMDCTInvWindow_MP3_32s(const nkp32s* pSrc, nkp32s* pDst, int blockType);
 
 /* Polyphase synthesis state of one channel (16-byte aligned inside the
- * caller's buffer of the size GetSize reports; Init clears the history). */
+ * caller's buffer of the size GetSize reports; Init clears the history).
+ * InitAlloc follows the general rule: *ppState is set to NULL, then holds
+ * the buffer as soon as it is allocated; a failure after that releases
+ * nothing. Free keeps the tag, and releases the buffer only when InitAlloc
+ * made it. */
 typedef struct nkpMP3SynthesisState nkpMP3SynthesisState;
 
 NKPAC_API nkpStatus nkpsSynthesisFilterGetSize_MP3_16s(int* pSize);

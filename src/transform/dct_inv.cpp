@@ -4,7 +4,6 @@
 // times sqrt(2)/sqrt(N); the unnormalised transform then runs on the copy:
 // written-out kernels for N = 1, 2, 4, 8; a 2N-point FFT for larger powers
 // of two; a precomputed matrix below 36; a cosine table otherwise.
-#include "frame/memory.h"
 #include "frame/object.h"
 #include "common/numeric.h"
 #include "common/trig.h"
@@ -163,27 +162,32 @@ nkpStatus dctInvInit32f(DctInvSpec32f** ppSpec, int len, int hint, uint8_t* memS
 }
 
 nkpStatus dctInvCreate32f(DctInvSpec32f** ppSpec, int len, int hint) {
-    return create_spec(
-        ppSpec, [&](int* s, int* i, int* b) { return dctInvSizes32f(len, hint, s, i, b); },
-        [&](DctInvSpec32f** out, uint8_t* mem, uint8_t* scratch) {
-            return dctInvInit32f(out, len, hint, mem, scratch);
+    return init_alloc_with_work<DctInvSpec32f, kPlanLife>(
+        ppSpec,
+        [&](int32_t* spec, int32_t* scratch) {
+            int work = 0;
+            return dctInvSizes32f(len, hint, spec, scratch, &work);
+        },
+        [&](void* mem, void* scratch) {
+            DctInvSpec32f* spec = nullptr;
+            return dctInvInit32f(&spec, len, hint, static_cast<uint8_t*>(mem), static_cast<uint8_t*>(scratch));
         });
 }
 
 nkpStatus dctInvWorkSize32f(const DctInvSpec32f* spec, int* size) {
     if (!spec || !size) return nkpStatusNullPointer;
-    if (spec->tag != kTagDctInv32f) return nkpStatusWrongObject;
+    if (!tagged_object<DctInvSpec32f, 64>(spec, kTagDctInv32f)) return nkpStatusWrongObject;
     *size = spec->workSize;
     return nkpStatusOk;
 }
 
 nkpStatus dctInvDestroy32f(DctInvSpec32f* spec) {
-    return destroy_spec(spec, spec && spec->tag == kTagDctInv32f);
+    return free_object<DctInvSpec32f, kPlanLife>(spec, kTagDctInv32f);
 }
 
 nkpStatus dctInv32f(const float* src, float* dst, const DctInvSpec32f* spec, uint8_t* buffer) {
     if (!src || !dst || !spec) return nkpStatusNullPointer;
-    if (spec->tag != kTagDctInv32f) return nkpStatusWrongObject;
+    if (!tagged_object<DctInvSpec32f, 64>(spec, kTagDctInv32f)) return nkpStatusWrongObject;
     const int n = spec->len;
     if (spec->method == kKernel) {
         float c[8], y[8];
@@ -193,13 +197,9 @@ nkpStatus dctInv32f(const float* src, float* dst, const DctInvSpec32f* spec, uin
         std::memcpy(dst, y, sizeof(float) * static_cast<size_t>(n));
         return nkpStatusOk;
     }
-    uint8_t* own = nullptr;
-    if (!buffer) {
-        own = static_cast<uint8_t*>(malloc_bytes(spec->workSize));
-        if (!own) return nkpStatusNoMemory;
-        buffer = own;
-    }
-    auto* work = reinterpret_cast<float*>(align_up<64>(buffer));
+    const CallWork call_work(buffer, spec->workSize);
+    if (call_work.failed()) return nkpStatusNoMemory;
+    auto* work = reinterpret_cast<float*>(call_work.aligned<64>());
     const float* t = spec->table;
     if (spec->method == kPow2) {
         // y[n] = Re FFT_2N(c[k] e^(-i pi k/2N), zero-padded)[n].
@@ -236,7 +236,6 @@ nkpStatus dctInv32f(const float* src, float* dst, const DctInvSpec32f* spec, uin
             }
         }
     }
-    release(own);
     return nkpStatusOk;
 }
 

@@ -2,7 +2,6 @@
 // to float in the work buffer, transformed by the float engine, scaled by
 // 2^-scaleFactor, rounded to nearest and saturated back to 16 bits.
 #include "common/numeric.h"
-#include "frame/memory.h"
 #include "frame/object.h"
 #include "transform/engine.h"
 
@@ -102,42 +101,44 @@ nkpStatus fftInitComplex16s(FftSpecComplex16s** ppSpec, int order, int flag, int
 }
 
 nkpStatus fftCreateComplex16s(FftSpecComplex16s** ppSpec, int order, int flag, int hint) {
-    return create_spec(
-        ppSpec, [&](int* s, int* i, int* b) { return fftSizesComplex16s(order, flag, hint, s, i, b); },
-        [&](FftSpecComplex16s** out, uint8_t* mem, uint8_t* scratch) {
-            return fftInitComplex16s(out, order, flag, hint, mem, scratch);
+    return init_alloc_with_work<FftSpecComplex16s, kPlanLife>(
+        ppSpec,
+        [&](int32_t* spec, int32_t* scratch) {
+            int work = 0;
+            return fftSizesComplex16s(order, flag, hint, spec, scratch, &work);
+        },
+        [&](void* mem, void* scratch) {
+            FftSpecComplex16s* spec = nullptr;
+            return fftInitComplex16s(&spec, order, flag, hint, static_cast<uint8_t*>(mem),
+                                     static_cast<uint8_t*>(scratch));
         });
 }
 
 nkpStatus fftWorkSizeComplex16s(const FftSpecComplex16s* spec, int* size) {
     if (!spec || !size) return nkpStatusNullPointer;
-    if (spec->tag != kTagComplex16s) return nkpStatusWrongObject;
+    if (!tagged_object<FftSpecComplex16s, 64>(spec, kTagComplex16s)) return nkpStatusWrongObject;
     *size = spec->bufSize;
     return nkpStatusOk;
 }
 
 nkpStatus fftDestroyComplex16s(FftSpecComplex16s* spec) {
-    return destroy_spec(spec, spec && spec->tag == kTagComplex16s);
+    return free_object<FftSpecComplex16s, kPlanLife>(spec, kTagComplex16s);
 }
 
 nkpStatus fftForwardComplex16sScaled(const nkp16sc* src, nkp16sc* dst, const FftSpecComplex16s* spec,
                                      int scaleFactor, uint8_t* buffer) {
     if (!src || !dst || !spec) return nkpStatusNullPointer;
-    if (spec->tag != kTagComplex16s) return nkpStatusWrongObject;
+    if (!tagged_object<FftSpecComplex16s, 64>(spec, kTagComplex16s)) return nkpStatusWrongObject;
     const float f = pow2_neg(scaleFactor);
     if (spec->order == 0) {
         const float v[2] = {static_cast<float>(src[0].re), static_cast<float>(src[0].im)};
         narrow(v, &dst[0].re, 2, f);
         return nkpStatusOk;
     }
-    uint8_t* own = nullptr;
-    if (!buffer) {
-        own = static_cast<uint8_t*>(malloc_bytes(spec->bufSize));
-        if (!own) return nkpStatusNoMemory;
-        buffer = own;
-    }
+    const CallWork work(buffer, spec->bufSize);
+    if (work.failed()) return nkpStatusNoMemory;
     const int L = 1 << spec->order;
-    auto* w = reinterpret_cast<float*>(align_up<64>(buffer));
+    auto* w = reinterpret_cast<float*>(work.aligned<64>());
     const int16_t* s = &src[0].re;
     int i = 0;
     for (; i + 8 <= 2 * L; i += 8) {
@@ -151,7 +152,6 @@ nkpStatus fftForwardComplex16sScaled(const nkp16sc* src, nkp16sc* dst, const Fft
     auto* data = reinterpret_cast<nkp32fc*>(w);
     fftForwardComplex32f(data, data, spec->fspec, reinterpret_cast<uint8_t*>(w + 2 * L));
     narrow(w, &dst[0].re, 2 * L, f);
-    release(own);
     return nkpStatusOk;
 }
 

@@ -372,60 +372,49 @@ nkpStatus fftInitComplex32f(FftSpecComplex32f** ppSpec, int order, int flag, int
 }
 
 nkpStatus fftCreateComplex32f(FftSpecComplex32f** ppSpec, int order, int flag, int hint) {
-    return create_spec(
-        ppSpec, [&](int* s, int* i, int* b) { return fftSizesComplex32f(order, flag, hint, s, i, b); },
-        [&](FftSpecComplex32f** out, uint8_t* mem, uint8_t* scratch) {
-            return fftInitComplex32f(out, order, flag, hint, mem, scratch);
+    return init_alloc_with_work<FftSpecComplex32f, kPlanLife>(
+        ppSpec,
+        [&](int32_t* spec, int32_t* scratch) {
+            int work = 0;
+            return fftSizesComplex32f(order, flag, hint, spec, scratch, &work);
+        },
+        [&](void* mem, void* scratch) {
+            FftSpecComplex32f* spec = nullptr;
+            return fftInitComplex32f(&spec, order, flag, hint, static_cast<uint8_t*>(mem),
+                                     static_cast<uint8_t*>(scratch));
         });
 }
 
 nkpStatus fftWorkSizeComplex32f(const FftSpecComplex32f* spec, int* size) {
     if (!spec || !size) return nkpStatusNullPointer;
-    if (spec->tag != kTagComplex32f) return nkpStatusWrongObject;
+    if (!tagged_object<FftSpecComplex32f, 64>(spec, kTagComplex32f)) return nkpStatusWrongObject;
     *size = work_bytes_of(spec);
     return nkpStatusOk;
 }
 
 nkpStatus fftDestroyComplex32f(FftSpecComplex32f* spec) {
-    return destroy_spec(spec, spec && (spec->tag == kTagComplex32f || spec->tag == kTagSplit32f));
+    return free_object<FftSpecComplex32f, kPlanLife>(spec, kTagComplex32f);
 }
-
-namespace {
-
-// Runs body(work) with the caller's buffer, or with one allocated for the call.
-template <class Body>
-nkpStatus with_work(const FftSpecComplex32f* spec, uint8_t* buffer, Body body) {
-    const int32_t bytes = work_bytes_of(spec);
-    if (buffer || bytes == 0) {
-        body(buffer);
-        return nkpStatusOk;
-    }
-    auto* own = static_cast<uint8_t*>(malloc_bytes(bytes));
-    if (!own) return nkpStatusNoMemory;
-    body(own);
-    release(own);
-    return nkpStatusOk;
-}
-
-}  // namespace
 
 nkpStatus fftForwardComplex32f(const nkp32fc* src, nkp32fc* dst, const FftSpecComplex32f* spec, uint8_t* buffer) {
     if (!src || !dst || !spec) return nkpStatusNullPointer;
-    if (spec->tag != kTagComplex32f) return nkpStatusWrongObject;
-    return with_work(spec, buffer, [&](uint8_t* work) {
-        forward_interleaved(src, dst, spec, work, spec->normFwd != 0, spec->normFactor);
-    });
+    if (!tagged_object<FftSpecComplex32f, 64>(spec, kTagComplex32f)) return nkpStatusWrongObject;
+    const CallWork work(buffer, work_bytes_of(spec));
+    if (work.failed()) return nkpStatusNoMemory;
+    forward_interleaved(src, dst, spec, work.get(), spec->normFwd != 0, spec->normFactor);
+    return nkpStatusOk;
 }
 
 nkpStatus fftInverseComplex32f(const nkp32fc* src, nkp32fc* dst, const FftSpecComplex32f* spec, uint8_t* buffer) {
     if (!src || !dst || !spec) return nkpStatusNullPointer;
-    if (spec->tag != kTagComplex32f) return nkpStatusWrongObject;
-    return with_work(spec, buffer, [&](uint8_t* work) {
-        const int L = 1 << spec->order;
-        swap_parts(src, dst, L);
-        forward_interleaved(dst, dst, spec, work, spec->normInv != 0, spec->normFactor);
-        swap_parts(dst, dst, L);
-    });
+    if (!tagged_object<FftSpecComplex32f, 64>(spec, kTagComplex32f)) return nkpStatusWrongObject;
+    const CallWork work(buffer, work_bytes_of(spec));
+    if (work.failed()) return nkpStatusNoMemory;
+    const int L = 1 << spec->order;
+    swap_parts(src, dst, L);
+    forward_interleaved(dst, dst, spec, work.get(), spec->normInv != 0, spec->normFactor);
+    swap_parts(dst, dst, L);
+    return nkpStatusOk;
 }
 
 }  // namespace nkp::fft

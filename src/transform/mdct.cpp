@@ -4,7 +4,6 @@
 // rotations run four values at a time and the FFT works on the block-split
 // layout in place, its scrambled output read back by the post-rotation.
 #include "frame/exports.h"
-#include "frame/memory.h"
 #include "common/numeric.h"
 #include "common/trig.h"
 #include "transform/fft_passes.h"
@@ -329,68 +328,54 @@ nkpStatus init_float(MdctSpec** out, int len, uint8_t* memSpec, uint8_t* memInit
     return nkpStatusOk;
 }
 
+// InitAlloc makes three blocks: the header (the object), the table and the
+// FFT plan (the engine's Create); a failure releases those already made.
 nkpStatus init_alloc_float(MdctSpec** out, int len, uint32_t tag) {
     if (!is_float_length(len)) return nkpStatusBadSize;
-    if (!out) return nkpStatusNullPointer;
-    FloatSizes sizes;
-    nkpStatus st = float_sizes(len, &sizes);
-    if (st != nkpStatusOk) return st;
-    void* header = malloc_bytes(kHeaderPadded + 63);
-    if (!header) return nkpStatusNoMemory;
-    void* tableBlock = malloc_bytes(4 * table_entries(len) + 63);
-    if (!tableBlock) {
-        release(header);
-        return nkpStatusNoMemory;
-    }
-    FftSpecComplex32f* f = nullptr;
-    int B = 0;
-    if (is_pow2_at_least_32(len)) {
-        st = fft::fftCreateComplex32f(&f, order_of(len), fft::kNoDivByAny, 0);
-        if (st != nkpStatusOk) {
-            release(tableBlock);
-            release(header);
-            return st;
-        }
-        fft::fftWorkSizeComplex32f(f, &B);
-    }
-    auto* spec = reinterpret_cast<MdctSpec*>(align_up<64>(header));
-    std::memset(spec, 0, kHeaderBytes);
-    float* table = reinterpret_cast<float*>(align_up<64>(tableBlock));
-    spec->tag = tag;
-    spec->len = len;
-    spec->bufSize = 4 * len + B + 64;
-    spec->order = order_of(len);
-    spec->isAllocated = 1;
-    spec->pTwiddle = table;
-    spec->pFFTSpec = f;
-    spec->headerBlock = header;
-    spec->tableBlock = tableBlock;
-    fill_table(table, len, tag == kTagInv32f);
-    *out = spec;
-    return nkpStatusOk;
-}
-
-MdctSpec* tagged(const void* p, uint32_t tag) {
-    auto* spec = reinterpret_cast<MdctSpec*>(align_up<64>(const_cast<void*>(p)));
-    return spec->tag == tag ? spec : nullptr;
+    return init_alloc<MdctSpec, fft::kPlanLife>(
+        out,
+        [&](int32_t* size) -> nkpStatus {
+            FloatSizes sizes;
+            *size = kHeaderPadded + 63;
+            return float_sizes(len, &sizes);
+        },
+        [&](void* header) -> nkpStatus {
+            PendingBlocks<1> blocks;
+            void* tableBlock = blocks.take(4 * table_entries(len) + 63);
+            if (!tableBlock) return nkpStatusNoMemory;
+            FftSpecComplex32f* f = nullptr;
+            int B = 0;
+            if (is_pow2_at_least_32(len)) {
+                const nkpStatus st = fft::fftCreateComplex32f(&f, order_of(len), fft::kNoDivByAny, 0);
+                if (st != nkpStatusOk) return st;
+                fft::fftWorkSizeComplex32f(f, &B);
+            }
+            auto* spec = object_in<MdctSpec, 64>(header);
+            std::memset(spec, 0, kHeaderBytes);
+            float* table = reinterpret_cast<float*>(align_up<64>(tableBlock));
+            spec->tag = tag;
+            spec->len = len;
+            spec->bufSize = 4 * len + B + 64;
+            spec->order = order_of(len);
+            spec->pTwiddle = table;
+            spec->pFFTSpec = f;
+            spec->tableBlock = tableBlock;
+            fill_table(table, len, tag == kTagInv32f);
+            blocks.keep();
+            return nkpStatusOk;
+        });
 }
 
 nkpStatus free_float(void* p, uint32_t tag) {
-    if (!p) return nkpStatusNullPointer;
-    MdctSpec* spec = tagged(p, tag);
-    if (!spec) return nkpStatusWrongObject;
-    spec->tag = 0;
-    if (spec->isAllocated == 1) {
+    return free_object<MdctSpec, fft::kPlanLife>(p, tag, [](MdctSpec* spec) {
         release(spec->tableBlock);
         if (spec->pFFTSpec) fft::fftDestroyComplex32f(static_cast<FftSpecComplex32f*>(spec->pFFTSpec));
-        release(spec->headerBlock);
-    }
-    return nkpStatusOk;
+    });
 }
 
 nkpStatus get_buf_size(const void* p, int* size, uint32_t tag) {
     if (!p || !size) return nkpStatusNullPointer;
-    const MdctSpec* spec = tagged(p, tag);
+    const MdctSpec* spec = tagged_object<MdctSpec, 64>(p, tag);
     if (!spec) return nkpStatusWrongObject;
     *size = spec->bufSize;
     return nkpStatusOk;
@@ -400,22 +385,17 @@ template <class Vector, class Scalar>
 nkpStatus run(const float* src, float* dst, const void* p, uint8_t* buffer, uint32_t tag, Vector vector_path,
               Scalar scalar_path) {
     if (!p) return nkpStatusNullPointer;
-    const MdctSpec* spec = tagged(p, tag);
+    const MdctSpec* spec = tagged_object<MdctSpec, 64>(p, tag);
     if (!spec) return nkpStatusWrongObject;
     if (!src || !dst) return nkpStatusNullPointer;
-    uint8_t* own = nullptr;
-    if (!buffer) {
-        own = static_cast<uint8_t*>(malloc_bytes(spec->bufSize));
-        if (!own) return nkpStatusNoMemory;
-        buffer = own;
-    }
-    uint8_t* work = align_up<64>(buffer);
+    const CallWork call_work(buffer, spec->bufSize);
+    if (call_work.failed()) return nkpStatusNoMemory;
+    uint8_t* work = call_work.aligned<64>();
     if (vector_route(spec)) {
         vector_path(src, dst, spec, reinterpret_cast<float*>(work));
     } else {
         scalar_path(src, dst, spec, reinterpret_cast<Cx*>(work), work + 8 * (spec->len / 4));
     }
-    release(own);
     return nkpStatusOk;
 }
 

@@ -70,7 +70,7 @@ TEST(DctInv, StatusesAndLifeCycle) {
     const long live = nkpcoreLiveAllocations();
     for (int N : {1, 20, 64, 77, 4096}) {
         ASSERT_EQ(dctInvCreate32f(&out, N, 0), nkpStatusOk) << N;
-        EXPECT_EQ(out->isAllocated, 1);
+        EXPECT_EQ(out->allocated, 1);
         int w;
         ASSERT_EQ(dctInvWorkSize32f(out, &w), nkpStatusOk);
         ASSERT_EQ(dctInvSizes32f(N, 0, &s, &i, &b), nkpStatusOk);

@@ -288,7 +288,7 @@ TEST(FftLifeCycle, CreateAndDestroy) {
     for (int order : {0, 6, 11, 16}) {
         FftSpecComplex32f* s = nullptr;
         ASSERT_EQ(fftCreateComplex32f(&s, order, kNoDivByAny, 0), nkpStatusOk);
-        EXPECT_EQ(s->isAllocated, 1);
+        EXPECT_EQ(s->allocated, 1);
         EXPECT_EQ(nkpcoreLiveAllocations(), live + 1);  // the init buffer is gone again
         ASSERT_EQ(fftDestroyComplex32f(s), nkpStatusOk);
         EXPECT_EQ(nkpcoreLiveAllocations(), live);
