@@ -21,7 +21,6 @@ constexpr int kHeaderPadded = 128;
 
 enum Method : int32_t { kKernel = 1, kPow2 = 2, kDirect = 3, kGeneral = 4 };
 
-bool is_pow2(int n) { return n > 0 && (n & (n - 1)) == 0; }
 int log2i(int n) {
     int r = 0;
     while ((1 << r) < n) ++r;
@@ -30,7 +29,7 @@ int log2i(int n) {
 
 Method method_of(int n) {
     if (n == 1 || n == 2 || n == 4 || n == 8) return kKernel;
-    if (is_pow2(n)) return kPow2;
+    if (dct_is_pow2(n)) return kPow2;
     if (n < 36) return kDirect;
     return kGeneral;
 }
@@ -42,35 +41,6 @@ bool length_in_range(int n) {
     if (m == kPow2) return n <= (1 << 26);
     if (m == kGeneral) return n <= (1 << 26) - 1;
     return true;
-}
-
-struct Sizes {
-    int64_t spec, init, work;
-};
-
-Sizes sizes_of(int n) {
-    Sizes s{63 + kHeaderPadded, 0, 0};
-    switch (method_of(n)) {
-        case kKernel:
-            break;
-        case kPow2: {
-            int fs = 0, fi = 0, fb = 0;
-            fftSizesComplex32f(log2i(2 * n), kNoDivByAny, 0, &fs, &fi, &fb);
-            s.spec += align64(8 * int64_t{n}) + fs;
-            s.init = fi;
-            s.work = 64 + 16 * int64_t{n} + fb;
-            break;
-        }
-        case kDirect:
-            s.spec += align64(4 * int64_t{n} * n);
-            s.work = 64 + 4 * int64_t{n};
-            break;
-        case kGeneral:
-            s.spec += align64(16 * int64_t{n});
-            s.work = 64 + 4 * int64_t{n};
-            break;
-    }
-    return s;
 }
 
 // Unnormalised DCT-III of c (length 1, 2, 4 or 8) with cosines from the
@@ -103,7 +73,7 @@ nkpStatus dctInvSizes32f(int len, int hint, int* specSize, int* initSize, int* b
     if (len < 1) return nkpStatusBadSize;
     if (!specSize || !initSize || !bufSize) return nkpStatusNullPointer;
     if (!length_in_range(len)) return nkpStatusBadSize;
-    const Sizes s = sizes_of(len);
+    const Sizes s = dct_sizes(len);
     *specSize = static_cast<int>(s.spec);
     *initSize = static_cast<int>(s.init);
     *bufSize = static_cast<int>(s.work);
@@ -119,7 +89,7 @@ nkpStatus dctInvInit32f(DctInvSpec32f** ppSpec, int len, int hint, uint8_t* memS
     uint8_t* base = align_up<64>(memSpec);
     std::memset(base, 0, kHeaderBytes);
     auto* spec = reinterpret_cast<DctInvSpec32f*>(base);
-    const Sizes sizes = sizes_of(len);
+    const Sizes sizes = dct_sizes(len);
     spec->len = len;
     spec->hint = hint;
     spec->workSize = static_cast<int32_t>(sizes.work);

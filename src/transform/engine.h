@@ -14,6 +14,7 @@
 
 #include "frame/object.h"
 #include "nkpac.h"
+#include "transform/sizes.h"
 
 #include <cstdint>
 #include <emmintrin.h>
@@ -41,10 +42,6 @@ inline bool valid_flag(int flag) {
 constexpr LifeCycle kPlanLife{64, OnInitFailure::ReleaseBuffers, OnFree::ClearTag, Handle::Object};
 
 constexpr int kMaxOrder = 28;
-// Orders handled by written-out kernels, by the table-driven passes on the
-// block-split layout, and by the cache-blocked large variant.
-constexpr int kMaxKernelOrder = 5;
-constexpr int kMaxMediumOrder = 15;
 
 // The complex float FFT plan; the first 136 bytes are zeroed at Init.
 struct FftSpecComplex32f {
@@ -56,6 +53,7 @@ struct FftSpecComplex32f {
     int32_t hint;
     int32_t bufSize;      // work bytes without the alignment slack; 0 below order 6
     int32_t allocated;    // made by Create
+    Route route;          // how the transform runs, chosen from the order at Init
     const uint8_t* pBitRev;  // reordering data behind the header (unused: the reorder is computed)
     const float* pTwiddle;   // per-pass twiddles in the block-split layout
     void* block;             // what Create allocated
@@ -67,7 +65,7 @@ struct FftSpecComplex32f {
     int32_t order1;
     int32_t order2;
 };
-static_assert(sizeof(FftSpecComplex32f) <= 136, "header fits the zeroed area");
+static_assert(sizeof(FftSpecComplex32f) <= kFftHeaderBytes, "header fits the zeroed area");
 
 // The 16-bit complex FFT plan.
 struct FftSpecComplex16s {
@@ -164,7 +162,6 @@ inline float rsqrt_refined(float x) {
 // result is left in a scrambled order that bs_gather() reads back: for
 // it = 0 .. L/16 - 1 it yields four vectors of real parts and four of
 // imaginary parts, re[v]/im[v] holding X[base[v] .. base[v] + 3].
-bool uses_block_split(const FftSpecComplex32f* spec);
 void bs_transform(const FftSpecComplex32f* spec, float* data);
 
 struct ByteReverse {

@@ -16,9 +16,6 @@ namespace {
 
 constexpr int kHeaderBytes = 64;
 
-// Orders 1..3 with hint 0 or 1 report the sizes of a direct kernel.
-bool direct_kernel(int order, int hint) { return order >= 1 && order <= 3 && (hint == 0 || hint == 1); }
-
 // 2^-sf as a float multiplier; factors beyond the float range saturate the
 // result anyway, so the exponent is clamped.
 float pow2_neg(int sf) {
@@ -45,29 +42,12 @@ nkpStatus fftSizesComplex16s(int order, int flag, int hint, int* specSize, int* 
     if (!specSize || !initSize || !bufSize) return nkpStatusNullPointer;
     if (!valid_flag(flag)) return nkpStatusBadFlag;
     if (order > kMaxOrder) return nkpStatusBadOrder;
-    const int32_t L = 1 << order;
-    if (order == 0) {
-        *specSize = 136;
-        *initSize = 0;
-        *bufSize = 0;
-        return nkpStatusOk;
-    }
-    if (direct_kernel(order, hint)) {
-        const int32_t R = round_down64(L + 67);
-        *specSize = round_down64(8 * L + 63) + R + 192;
-        *initSize = round_down64((L / 4) * 2 + 65) + 64;
-        *bufSize = 8 * L + 64;
-        return nkpStatusOk;
-    }
-    int s = 0, i = 0, b = 0;
-    const nkpStatus st = fftSizesComplex32f(order, flag, hint, &s, &i, &b);
-    if (st != nkpStatusOk) return st;
+    const Sizes s = fft16s_sizes(order, hint);
     // The float copy of order 28 would not fit a 32-bit size.
-    const int64_t work = int64_t{b} + 8 * int64_t{L} + 64;
-    if (work > INT32_MAX) return nkpStatusBadSize;
-    *specSize = s + 192;
-    *initSize = i + 64;
-    *bufSize = static_cast<int>(work);
+    if (s.work > INT32_MAX) return nkpStatusBadSize;
+    *specSize = static_cast<int>(s.spec);
+    *initSize = static_cast<int>(s.init);
+    *bufSize = static_cast<int>(s.work);
     return nkpStatusOk;
 }
 
@@ -80,13 +60,12 @@ nkpStatus fftInitComplex16s(FftSpecComplex16s** ppSpec, int order, int flag, int
     std::memset(base, 0, kHeaderBytes);
     auto* spec = reinterpret_cast<FftSpecComplex16s*>(base);
     if (!valid_flag(flag)) return nkpStatusBadFlag;
-    int specSize = 0, initSize = 0, bufSize = 0;
-    fftSizesComplex16s(order, flag, hint, &specSize, &initSize, &bufSize);
+    const Sizes sizes = fft16s_sizes(order, hint);
     spec->tag = kTagComplex16s;
     spec->order = order;
     spec->flag = flag;
     spec->hint = hint;
-    spec->bufSize = bufSize;
+    spec->bufSize = sizes.work > INT32_MAX ? 0 : static_cast<int32_t>(sizes.work);
     if (order >= 11 && !memInit) return nkpStatusNullPointer;
     if (order > 0) {
         // The float specification sits 64-byte aligned behind the header.

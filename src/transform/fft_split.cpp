@@ -26,15 +26,15 @@ struct SplitLoader {
 void forward_split(const float* sr, const float* si, float* dr, float* di, const FftSpecComplex32f* spec,
                    uint8_t* work, bool scale, float factor) {
     const int order = spec->order, L = 1 << order;
-    if (order <= kMaxKernelOrder) {
-        nkp32fc x[32];
+    if (spec->route == Route::Kernel) {
+        nkp32fc x[1 << kMaxKernelOrder] = {};
         for (int i = 0; i < L; ++i) x[i] = {sr[i], si[i]};
         kernel_forward(x, x, order, scale, factor);
         for (int i = 0; i < L; ++i) dr[i] = x[i].re, di[i] = x[i].im;
         return;
     }
     const __m128 f = _mm_set1_ps(factor);
-    if (order > kMaxMediumOrder) {
+    if (spec->route == Route::Large) {
         if (sr != dr) std::memmove(dr, sr, sizeof(float) * static_cast<size_t>(L));
         if (si != di) std::memmove(di, si, sizeof(float) * static_cast<size_t>(L));
         large_forward_split(spec, dr, di, align_up<64>(work));

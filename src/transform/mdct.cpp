@@ -84,7 +84,7 @@ inline void store_interleaved(float* p, __m128 even, __m128 odd) {
 
 bool vector_route(const MdctSpec* spec) {
     const auto* f = static_cast<const FftSpecComplex32f*>(spec->pFFTSpec);
-    return f && fft::uses_block_split(f);
+    return f && f->route == fft::Route::BlockSplit;
 }
 
 // ---- forward ----------------------------------------------------------------
@@ -264,20 +264,15 @@ void inverse_scalar(const float* X, float* y, const MdctSpec* spec, Cx* z, uint8
 
 // ---- life cycle ---------------------------------------------------------------
 
-struct FloatSizes {
-    int64_t spec, init, buf;
-};
-
-nkpStatus float_sizes(int len, FloatSizes* s) {
-    if (len == 12 || len == 36) {
-        *s = {4 * (len / 2) + 104 + 64, 0, 4 * int64_t{len} + 128};
-        return nkpStatusOk;
-    }
+// The GetSize figures (transform/sizes.h), with the FFT's status.
+nkpStatus plan_sizes(int len, Sizes* s) {
     int S = 0, I = 0, B = 0;
-    const nkpStatus st = fft::fftSizesComplex32f(order_of(len), fft::kNoDivByAny, 0, &S, &I, &B);
-    if (st != nkpStatusOk) return st;
-    *s = {4 * int64_t{len / 2} + 104 + 64 + S + 64, I, 4 * int64_t{len} + B + 64 + 128};
-    if (s->spec > INT32_MAX || s->buf > INT32_MAX) return nkpStatusBadSize;
+    if (is_pow2_at_least_32(len)) {
+        const nkpStatus st = fft::fftSizesComplex32f(order_of(len), fft::kNoDivByAny, 0, &S, &I, &B);
+        if (st != nkpStatusOk) return st;
+    }
+    *s = float_sizes(len, {S, I, B});
+    if (s->spec > INT32_MAX || s->work > INT32_MAX) return nkpStatusBadSize;
     return nkpStatusOk;
 }
 
@@ -299,8 +294,8 @@ nkpStatus init_float(MdctSpec** out, int len, uint8_t* memSpec, uint8_t* memInit
     if (!is_float_length(len)) return nkpStatusBadSize;
     const bool pow2 = is_pow2_at_least_32(len);
     if (!out || !memSpec || (pow2 && !memInit)) return nkpStatusNullPointer;
-    FloatSizes sizes;
-    const nkpStatus sst = float_sizes(len, &sizes);
+    Sizes sizes;
+    const nkpStatus sst = plan_sizes(len, &sizes);
     if (sst != nkpStatusOk) return sst;
     uint8_t* base = align_up<64>(memSpec);
     std::memset(base, 0, kHeaderBytes);
@@ -321,7 +316,7 @@ nkpStatus init_float(MdctSpec** out, int len, uint8_t* memSpec, uint8_t* memInit
         fft::fftWorkSizeComplex32f(f, &B);
         spec->pFFTSpec = f;
     }
-    spec->bufSize = 4 * len + B + 64;
+    spec->bufSize = static_cast<int32_t>(float_recorded_work(len, B));
     spec->order = order_of(len);
     fill_table(table, len, tag == kTagInv32f);
     *out = spec;
@@ -335,9 +330,9 @@ nkpStatus init_alloc_float(MdctSpec** out, int len, uint32_t tag) {
     return init_alloc<MdctSpec, fft::kPlanLife>(
         out,
         [&](int32_t* size) -> nkpStatus {
-            FloatSizes sizes;
+            Sizes sizes;
             *size = kHeaderPadded + 63;
-            return float_sizes(len, &sizes);
+            return plan_sizes(len, &sizes);
         },
         [&](void* header) -> nkpStatus {
             PendingBlocks<1> blocks;
@@ -355,7 +350,7 @@ nkpStatus init_alloc_float(MdctSpec** out, int len, uint32_t tag) {
             float* table = reinterpret_cast<float*>(align_up<64>(tableBlock));
             spec->tag = tag;
             spec->len = len;
-            spec->bufSize = 4 * len + B + 64;
+            spec->bufSize = static_cast<int32_t>(float_recorded_work(len, B));
             spec->order = order_of(len);
             spec->pTwiddle = table;
             spec->pFFTSpec = f;
@@ -404,12 +399,12 @@ nkpStatus run(const float* src, float* dst, const void* p, uint8_t* buffer, uint
 nkpStatus nkpsMDCTFwdGetSize_32f(int len, int* pSpecSize, int* pSizeInit, int* pSizeBuf) {
     if (!pSpecSize || !pSizeInit || !pSizeBuf) return nkpStatusNullPointer;
     if (!is_float_length(len)) return nkpStatusBadSize;
-    FloatSizes s;
-    const nkpStatus st = float_sizes(len, &s);
+    Sizes s;
+    const nkpStatus st = plan_sizes(len, &s);
     if (st != nkpStatusOk) return st;
     *pSpecSize = static_cast<int>(s.spec);
     *pSizeInit = static_cast<int>(s.init);
-    *pSizeBuf = static_cast<int>(s.buf);
+    *pSizeBuf = static_cast<int>(s.work);
     return nkpStatusOk;
 }
 

@@ -18,17 +18,13 @@ namespace {
 using namespace mdct;
 using fft::FftSpecComplex16s;
 
-struct Sizes16 {
-    int64_t spec, init, buf, fftBuf;
-};
-
-nkpStatus sizes16(int len, Sizes16* s) {
+// The GetSize figures (transform/sizes.h), with the FFT's status.
+nkpStatus plan_sizes(int len, Sizes* s) {
     int S = 0, I = 0, B = 0;
     const nkpStatus st = fft::fftSizesComplex16s(order_of(len), fft::kNoDivByAny, 0, &S, &I, &B);
     if (st != nkpStatusOk) return st;
-    const int64_t big = 4 * int64_t{len} > B ? 4 * int64_t{len} : B;
-    *s = {2 * int64_t{len / 2} + 168 + S + 64, I, len + big + 64, B};
-    if (s->spec > INT32_MAX || s->buf > INT32_MAX) return nkpStatusBadSize;
+    *s = sizes16(len, {S, I, B});
+    if (s->spec > INT32_MAX || s->work > INT32_MAX) return nkpStatusBadSize;
     return nkpStatusOk;
 }
 
@@ -47,8 +43,8 @@ void fill_table(int16_t* t, int len) {
 nkpStatus init16(MdctSpec** out, int len, uint8_t* memSpec, uint8_t* memInit) {
     if (!out || !memSpec || !memInit) return nkpStatusNullPointer;
     if (!is_pow2_at_least_32(len)) return nkpStatusBadSize;
-    Sizes16 sizes;
-    nkpStatus st = sizes16(len, &sizes);
+    Sizes sizes;
+    nkpStatus st = plan_sizes(len, &sizes);
     if (st != nkpStatusOk) return st;
     uint8_t* base = align_up<64>(memSpec);
     std::memset(base, 0, kHeaderBytes);
@@ -65,7 +61,7 @@ nkpStatus init16(MdctSpec** out, int len, uint8_t* memSpec, uint8_t* memInit) {
         return st;
     }
     spec->pFFTSpec = f;
-    spec->bufSize = static_cast<int32_t>(sizes.buf);
+    spec->bufSize = static_cast<int32_t>(sizes.work);
     spec->order = order_of(len);
     fill_table(table, len);
     *out = spec;
@@ -75,13 +71,13 @@ nkpStatus init16(MdctSpec** out, int len, uint8_t* memSpec, uint8_t* memInit) {
 // InitAlloc makes two blocks: the header with the table behind it (the
 // object), and the FFT plan (the engine's Create).
 nkpStatus init_alloc16(MdctSpec** out, int len) {
-    Sizes16 sizes;
+    Sizes sizes;
     return init_alloc<MdctSpec, fft::kPlanLife>(
         out,
         [&](int32_t* size) -> nkpStatus {
             if (!is_pow2_at_least_32(len)) return nkpStatusBadSize;
             *size = static_cast<int32_t>(kHeaderPadded + align64(len) + 63);
-            return sizes16(len, &sizes);
+            return plan_sizes(len, &sizes);
         },
         [&](void* header) -> nkpStatus {
             FftSpecComplex16s* f = nullptr;
@@ -93,7 +89,7 @@ nkpStatus init_alloc16(MdctSpec** out, int len) {
             auto* table = reinterpret_cast<int16_t*>(base + kHeaderPadded);
             spec->tag = kTagFwd16s;
             spec->len = len;
-            spec->bufSize = static_cast<int32_t>(sizes.buf);
+            spec->bufSize = static_cast<int32_t>(sizes.work);
             spec->order = order_of(len);
             spec->pTwiddle = table;
             spec->pFFTSpec = f;
@@ -162,12 +158,12 @@ void forward16(const int16_t* x, int16_t* dst, const MdctSpec* spec, int scaleFa
 nkpStatus nkpsMDCTFwdGetSize_16s(int len, int* pSpecSize, int* pSizeInit, int* pSizeBuf) {
     if (!pSpecSize || !pSizeInit || !pSizeBuf) return nkpStatusNullPointer;
     if (!is_pow2_at_least_32(len)) return nkpStatusBadSize;
-    Sizes16 s;
-    const nkpStatus st = sizes16(len, &s);
+    Sizes s;
+    const nkpStatus st = plan_sizes(len, &s);
     if (st != nkpStatusOk) return st;
     *pSpecSize = static_cast<int>(s.spec);
     *pSizeInit = static_cast<int>(s.init);
-    *pSizeBuf = static_cast<int>(s.buf);
+    *pSizeBuf = static_cast<int>(s.work);
     return nkpStatusOk;
 }
 

@@ -42,7 +42,7 @@ uint64_t fft_hash(int order) {
     EXPECT_EQ(fftCreateComplex32f(&s, order, kNoDivByAny, 0), nkpStatusOk);
     if (!s) return 0;
     uint64_t h;
-    if (order <= kMaxMediumOrder) {
+    if (s->route != Route::Large) {
         h = fnv1a(s->pTwiddle, sizeof(float) * medium_twiddle_floats(order));
     } else {
         h = fnv1a(s->pFine, sizeof(float) * (size_t{2} << s->order2));
