@@ -2,6 +2,7 @@
 // the compliance streams against their reference output, the committed
 // samples against mpg123, and damaged input.
 #include "mp3/tables.h"
+#include "decoder/not_mpeg.h"
 #include "mp3_decoder.h"
 
 #include <gtest/gtest.h>
@@ -246,6 +247,18 @@ TEST(Decoder, DamagedStreamsNeverCrash) {
     nkpdec::Decoder decoder;
     Collect out(2);
     decoder.decode(noise.data(), noise.size(), out);
+}
+
+TEST(Decoder, NotMpegAudioHasNoFrames) {
+    for (const nkptest::NamedInput& input : nkptest::not_mpeg_inputs()) {
+        SCOPED_TRACE(input.name);
+        ASSERT_GT(input.bytes.size(), 1000u);
+        EXPECT_EQ(nkpdec::Decoder::scan(input.bytes.data(), input.bytes.size()).frames, 0);
+        nkpdec::Decoder decoder;
+        Collect out(2);
+        EXPECT_EQ(decoder.decode(input.bytes.data(), input.bytes.size(), out).frames, 0);
+        EXPECT_TRUE(out.data.empty());
+    }
 }
 
 }  // namespace

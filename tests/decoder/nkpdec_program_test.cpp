@@ -1,5 +1,7 @@
 // The nkpdec program: its WAV files and exit codes (0 decoded, 1 unreadable
 // input or unwritable output, 2 no Layer III frames, 3 truncated or damaged).
+#include "decoder/not_mpeg.h"
+
 #include <gtest/gtest.h>
 
 #include <cstdint>
@@ -24,8 +26,8 @@ void save(const std::string& path, const std::vector<uint8_t>& data) {
                                                 static_cast<std::streamsize>(data.size()));
 }
 
-int run(const std::string& in, const std::string& out) {
-    const std::string cmd = std::string(NKPDEC_PROGRAM) + " '" + in + "' '" + out + "' 2>/dev/null";
+int run(const std::string& in, const std::string& out, const std::string& messages = "/dev/null") {
+    const std::string cmd = std::string(NKPDEC_PROGRAM) + " '" + in + "' '" + out + "' 2>'" + messages + "'";
     const int status = std::system(cmd.c_str());
     return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
@@ -78,6 +80,19 @@ TEST(NkpdecProgram, ExitCodesTellWhatWentWrong) {
     EXPECT_GT(load(out).size(), 44u) << "the frames before the cut are still written";
 
     EXPECT_EQ(run(std::string(NKPAC_TEST_DATA_DIR) + "/mpeg1_48k_joint.mp3", kTmp + "/no/such/dir/x.wav"), 1);
+}
+
+TEST(NkpdecProgram, NotMpegAudioIsRefusedClearly) {
+    for (const nkptest::NamedInput& input : nkptest::not_mpeg_inputs()) {
+        const std::string in = kTmp + "/nkpdec_" + input.name, out = kTmp + "/nkpdec_not.wav",
+                          messages = kTmp + "/nkpdec_messages.txt";
+        save(in, input.bytes);
+        std::remove(out.c_str());
+        EXPECT_EQ(run(in, out, messages), 2) << input.name;
+        const std::vector<uint8_t> text = load(messages);
+        EXPECT_NE(std::string(text.begin(), text.end()).find("is not MPEG audio"), std::string::npos) << input.name;
+        EXPECT_TRUE(load(out).empty()) << input.name << ": nothing is written";
+    }
 }
 
 // A stream that switches between mono and stereo frames is written as
