@@ -103,7 +103,7 @@ nkpStatus dctInvInit32f(DctInvSpec32f** ppSpec, int len, int hint, uint8_t* memS
             spec->table = nullptr;
             break;
         case kPow2: {
-            // e^(-i pi k / 2N), k < N, then the 2N-point FFT specification.
+            // e^(-i pi k / 2N), k < N, then the 2N-point FFT plan.
             for (int k = 0; k < len; ++k) {
                 double s, c;
                 sincos_2pi_ratio(k, 4 * int64_t{len}, &s, &c);

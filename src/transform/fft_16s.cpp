@@ -68,7 +68,7 @@ nkpStatus fftInitComplex16s(FftSpecComplex16s** ppSpec, int order, int flag, int
     spec->bufSize = sizes.work > INT32_MAX ? 0 : static_cast<int32_t>(sizes.work);
     if (order >= 11 && !memInit) return nkpStatusNullPointer;
     if (order > 0) {
-        // The float specification sits 64-byte aligned behind the header.
+        // The float plan sits 64-byte aligned behind the header.
         const nkpStatus st = fftInitComplex32f(&spec->fspec, order, flag, hint, base + kHeaderBytes, memInit);
         if (st != nkpStatusOk) {
             spec->tag = 0;

@@ -1,5 +1,5 @@
 // The split complex float FFT (tag 5): real and imaginary parts in two
-// arrays. Same specification as the interleaved transform, with the tag
+// arrays. Same plan as the interleaved transform, with the tag
 // rewritten; the block-split layout loads straight from the two arrays.
 #include "frame/object.h"
 #include "transform/engine.h"

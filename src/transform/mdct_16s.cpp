@@ -39,7 +39,7 @@ void fill_table(int16_t* t, int len) {
     }
 }
 
-// Header, then the Q14 table, then the 16-bit FFT specification.
+// Header, then the Q14 table, then the 16-bit FFT plan.
 nkpStatus init16(MdctSpec** out, int len, uint8_t* memSpec, uint8_t* memInit) {
     if (!out || !memSpec || !memInit) return nkpStatusNullPointer;
     if (!is_pow2_at_least_32(len)) return nkpStatusBadSize;

@@ -16,7 +16,7 @@ using namespace nkp::fft;
 using nkptest::cd;
 using nkptest::SizedBuffer;
 
-// A specification built by Init in exact-size caller memory.
+// A plan built by Init in exact-size caller memory.
 struct FloatFft {
     SizedBuffer spec, init, work;
     FftSpecComplex32f* s = nullptr;
@@ -179,7 +179,7 @@ TEST(FftSizes, MatchTheFormulas) {
         EXPECT_EQ(s, ((8 * L + 71) & ~63) + R + 256);
         EXPECT_EQ(i, order >= 11 ? R + 64 : 0);
         EXPECT_EQ(b, ((8 * L + 63) & ~63) + 64);
-        // The work size read back from a finished specification is the same.
+        // The work size read back from a finished plan is the same.
         FloatFft f(order, kNoDivByAny);
         int w = 0;
         ASSERT_EQ(fftWorkSizeComplex32f(f.s, &w), nkpStatusOk);

@@ -270,7 +270,7 @@ TEST(Mdct32f, InitAllocAndFreeReleaseEverything) {
         nkpsMDCTInvSpec_32f* i = nullptr;
         ASSERT_EQ(nkpsMDCTFwdInitAlloc_32f(&f, N), nkpStatusOk);
         ASSERT_EQ(nkpsMDCTInvInitAlloc_32f(&i, N), nkpStatusOk);
-        // Same results as a specification built by Init.
+        // Same results as a plan built by Init.
         std::unique_ptr<Made<nkpsMDCTFwdSpec_32f>> m(make_fwd(N));
         const std::vector<float> x = nkptest::random_floats(N, 1);
         std::vector<float> a(N / 2), b(N / 2), y(N);
