@@ -2,6 +2,7 @@
 // the compliance streams against their reference output, the committed
 // samples against mpg123, and damaged input.
 #include "mp3/tables.h"
+#include "common/external_data.h"
 #include "decoder/not_mpeg.h"
 #include "mp3_decoder.h"
 
@@ -79,11 +80,10 @@ struct Conformance {
 class ComplianceStreams : public ::testing::TestWithParam<Conformance> {};
 
 TEST_P(ComplianceStreams, DecodeToFullAccuracy) {
-    const std::string dir = std::string(NKPAC_SHARED_DIR) + "/conformance/mp3/";
+    const std::string dir = std::string(NKPAC_CONFORMANCE_DIR) + "/mp3/";
     const std::vector<uint8_t> bits = load(dir + GetParam().name + ".bit");
     const std::vector<uint8_t> ref_bytes = load(dir + GetParam().name + ".pcm");
-    if (bits.empty() || ref_bytes.empty())
-        GTEST_SKIP() << "compliance streams not found in " << dir << " (the shared folder is absent)";
+    NKPT_NEED_EXTERNAL(!bits.empty() && !ref_bytes.empty(), "the compliance stream " + dir + GetParam().name);
     const std::vector<int16_t> ref = to_pcm(ref_bytes);
     nkpdec::Decoder decoder;
     Collect out;
@@ -135,7 +135,7 @@ TEST_P(Samples, MatchMpg123ToFullAccuracy) {
     const std::vector<uint8_t> bits = load(path);
     ASSERT_FALSE(bits.empty()) << path;
     const std::vector<int16_t> peer = mpg123_decode(path);
-    if (peer.empty()) GTEST_SKIP() << "mpg123 is not installed";
+    NKPT_NEED_EXTERNAL(!peer.empty(), std::string("the peer decoder mpg123"));
     nkpdec::Decoder decoder;
     Collect out;
     const nkpdec::Report report = decoder.decode(bits.data(), bits.size(), out);

@@ -1,5 +1,6 @@
 // The nkpdec program: its WAV files and exit codes (0 decoded, 1 unreadable
 // input or unwritable output, 2 no Layer III frames, 3 truncated or damaged).
+#include "common/external_data.h"
 #include "decoder/not_mpeg.h"
 
 #include <gtest/gtest.h>
@@ -98,8 +99,8 @@ TEST(NkpdecProgram, NotMpegAudioIsRefusedClearly) {
 // A stream that switches between mono and stereo frames is written as
 // stereo, mono frames on both channels.
 TEST(NkpdecProgram, MixedMonoAndStereoFramesBecomeStereo) {
-    const std::string path = std::string(NKPAC_SHARED_DIR) + "/conformance/mp3/l3-he_mode.bit";
-    if (load(path).empty()) GTEST_SKIP() << "compliance streams not found (the shared folder is absent)";
+    const std::string path = std::string(NKPAC_CONFORMANCE_DIR) + "/mp3/l3-he_mode.bit";
+    NKPT_NEED_EXTERNAL(!load(path).empty(), "the compliance stream " + path);
     const std::string out = kTmp + "/nkpdec_mode.wav";
     ASSERT_EQ(run(path, out), 0);
     const std::vector<uint8_t> wav = load(out);

@@ -193,7 +193,7 @@ struct Totals {
 };
 
 const ReferenceTables& reference() {
-    static const ReferenceTables t = load_reference(std::string(NKPAC_SHARED_DIR) + "/tables");
+    static const ReferenceTables t = load_reference(NKPAC_TABLES_DIR);
     return t;
 }
 
