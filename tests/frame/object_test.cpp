@@ -1,6 +1,7 @@
 // The object life cycle of frame/object.h under both policies in use (the
 // general rule of the state objects and the plans' rule), with a failing
-// allocator; the call-length work buffer; the memory wrappers.
+// allocator, and the memory wrappers. (The plans' multi-block InitAlloc and
+// call-length work buffers: tests/transform/plan_test.cpp.)
 #include "frame/object.h"
 #include "nkpcore.h"
 
@@ -146,51 +147,6 @@ TEST_F(ObjectLifeCycle, FreeChecksTheTagAndFollowsItsPolicy) {
         EXPECT_EQ(drop(handle, kProbeTag), plan ? nkpStatusWrongObject : nkpStatusOk);
         EXPECT_EQ(nkpcoreLiveAllocations(), live);
     }
-}
-
-TEST_F(ObjectLifeCycle, PendingBlocksAreReleasedUnlessKept) {
-    const long live = nkpcoreLiveAllocations();
-    {
-        PendingBlocks<3> blocks;
-        ASSERT_NE(blocks.take(10), nullptr);
-        nkpcoreFailMallocAfter(1);
-        ASSERT_NE(blocks.take(10), nullptr);
-        EXPECT_EQ(blocks.take(10), nullptr);
-        EXPECT_EQ(nkpcoreLiveAllocations(), live + 2);
-    }
-    nkpcoreFailMallocAfter(-1);
-    EXPECT_EQ(nkpcoreLiveAllocations(), live);
-    void* kept;
-    {
-        PendingBlocks<1> blocks;
-        kept = blocks.take(10);
-        blocks.keep();
-    }
-    EXPECT_EQ(nkpcoreLiveAllocations(), live + 1);
-    nkp::release(kept);
-}
-
-// A call's work buffer: the caller's, or one of its own for the length of
-// the call; a failed allocation is reported, a call that needs none is not.
-TEST_F(ObjectLifeCycle, CallWorkBorrowsOrAllocatesForTheCall) {
-    uint8_t mine[100];
-    const long total = nkpcoreTotalAllocations(), live = nkpcoreLiveAllocations();
-    {
-        const CallWork given(mine + 3, 64);
-        EXPECT_EQ(given.get(), mine + 3);
-        EXPECT_EQ(reinterpret_cast<uintptr_t>(given.aligned<64>()) % 64, 0u);
-        const CallWork none(nullptr, 0);
-        EXPECT_FALSE(none.failed());
-        EXPECT_EQ(nkpcoreTotalAllocations(), total);
-        const CallWork own(nullptr, 64);
-        EXPECT_FALSE(own.failed());
-        EXPECT_NE(own.get(), nullptr);
-        EXPECT_EQ(nkpcoreLiveAllocations(), live + 1);
-        nkpcoreFailMallocAfter(0);
-        const CallWork failing(nullptr, 64);
-        EXPECT_TRUE(failing.failed());
-    }
-    EXPECT_EQ(nkpcoreLiveAllocations(), live);
 }
 
 TEST(MemoryWrappers, EmptyRequestsNeverReachTheAllocator) {

@@ -56,18 +56,6 @@ TEST(JointStereo, MidSideOverBothBounds) {
     EXPECT_EQ(g.nz[1], 300);
 }
 
-TEST(JointStereo, OtherModesLeaveTheSpectraAlone) {
-    for (int mode : {0, 2, 3}) {
-        Granule g;
-        for (int i = 0; i < 1152; ++i) g.xr[i] = i * 7 - 3000;
-        const std::vector<int32_t> in = g.xr;
-        nkpMP3FrameHeader h = header(1, 3);
-        h.mode = mode;
-        ASSERT_EQ(nkpsJointStereo_MP3_32s_I(g.xr.data(), g.nz, g.sf, g.si, &h), nkpStatusOk);
-        EXPECT_EQ(g.xr, in) << "mode " << mode;
-    }
-}
-
 // MPEG-1 long block: the right channel is coded up to line 100 (band 13 at
 // 44.1 kHz ends at 90, band 14 at 110); bands above take the intensity
 // position of the right channel's scale factors, band 21 that of band 20.

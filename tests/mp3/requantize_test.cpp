@@ -107,31 +107,6 @@ TEST(ReQuantize, ShortBlocksComeOutWindowMajorPerSubband) {
     }
 }
 
-TEST(ReQuantize, BandTableVariantMatchesTheBuiltInRows) {
-    std::vector<int16_t> longs(6 * 23), shorts(6 * 14);
-    for (int id = 0; id < 2; ++id)
-        for (int sfi = 0; sfi < 3; ++sfi) {
-            const int row = nkp::mp3::sfb_rate_row(id, sfi, false);
-            for (int b = 0; b < 23; ++b) longs[23 * (id * 3 + sfi) + b] = nkp::mp3::kSfbLong[row][b];
-            for (int b = 0; b < 14; ++b) shorts[14 * (id * 3 + sfi) + b] = nkp::mp3::kSfbShort[row][b];
-        }
-    std::mt19937 rng(8);
-    for (int block : {0, 2}) {
-        const nkpMP3FrameHeader h = header(0, 1);
-        const nkpMP3SideInfo s = side(block, 0, 150, 0, 1, 2, 0, 1);
-        std::vector<int32_t> a(576);
-        for (int i = 0; i < 400; ++i) a[i] = static_cast<int32_t>(rng() % 31) - 15;
-        int8_t sf[39];
-        for (auto& v : sf) v = static_cast<int8_t>(rng() % 8);
-        std::vector<int32_t> b = a;
-        int nza = 400, nzb = 400;
-        ASSERT_EQ(nkpsReQuantize_MP3_32s_I(a.data(), &nza, sf, &s, &h), nkpStatusOk);
-        ASSERT_EQ(nkpsReQuantizeSfb_MP3_32s_I(b.data(), &nzb, sf, &s, &h, longs.data(), shorts.data()), nkpStatusOk);
-        EXPECT_EQ(a, b);
-        EXPECT_EQ(nza, nzb);
-    }
-}
-
 TEST(ReQuantize, HugeGainSaturatesAndIntensityMarksCountByMagnitude) {
     const nkpMP3FrameHeader h = header(0, 0);
     nkpMP3SideInfo s = side(0, 0, 255, 0, 0);
