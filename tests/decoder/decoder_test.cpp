@@ -95,7 +95,7 @@ TEST_P(ComplianceStreams, DecodeToFullAccuracy) {
     std::printf("[ %-14s ] %zu samples, RMS error %.4f LSB, max %d LSB\n", GetParam().name, e.n, e.rms, e.max);
     EXPECT_GE(e.n + 2 * 1152 * info.channels, ref.size()) << "output shorter than the reference";
     EXPECT_LT(e.rms, kFullAccuracyRms);
-    EXPECT_LE(e.max, 2);
+    EXPECT_LE(e.max, 1);  // full accuracy allows 2; the standard's window gives 1
 }
 
 INSTANTIATE_TEST_SUITE_P(Mp3, ComplianceStreams,
