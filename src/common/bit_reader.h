@@ -6,12 +6,16 @@
 // readable to the end of the aligned 8-byte stretch after the last bit
 // consumed (and the aligned word holding the first bit may be read from its
 // start, which can lie up to 3 bytes before the stream pointer).
+//
+// Internal linkage on purpose: two-path sources read bit streams too, and a
+// shared inline copy could hand one path's instructions (MOVBE) to the other.
 #pragma once
 
 #include <cstdint>
 #include <cstring>
 
 namespace nkp {
+namespace {
 
 inline uint32_t load_be32(const uint8_t* p) {
     uint32_t w;
@@ -102,4 +106,5 @@ private:
     const uint8_t* start_;
 };
 
+}  // namespace
 }  // namespace nkp

@@ -23,6 +23,9 @@
 // Tags are of one of two kinds, both compared whole through tagged_object():
 // a small number that the contract fixes (the transform plans) or a
 // character followed by "AMC" (amc_tag).
+//
+// Internal linkage on purpose: two-path sources make objects too, and a
+// shared inline copy could hand one path's instructions to the other.
 #pragma once
 
 #include "frame/memory.h"
@@ -32,6 +35,7 @@
 #include <cstdint>
 
 namespace nkp {
+namespace {
 
 enum class OnInitFailure { KeepBuffers, ReleaseBuffers };
 enum class OnFree { KeepTag, ClearTag };
@@ -224,4 +228,5 @@ private:
     bool failed_;
 };
 
+}  // namespace
 }  // namespace nkp
