@@ -63,4 +63,56 @@ private:
     uint32_t pos_;         // bit position from base_
 };
 
+// The same cursor with the two words kept in a register, for decoders that
+// take many short fields (Huffman codes): a word is fetched only when the
+// next bit to consume lies in the second word and refill() is called, which
+// callers do only before consuming at least one more bit. So the reader
+// never loads more than the aligned word after the one holding the last bit
+// consumed: the slack is BitReader's.
+class BitCache {
+public:
+    BitCache(const uint8_t* byte, int bit_offset)
+        : word_(byte - (reinterpret_cast<uintptr_t>(byte) & 3)),
+          pos_(static_cast<uint32_t>(reinterpret_cast<uintptr_t>(byte) & 3) * 8 + static_cast<uint32_t>(bit_offset)) {
+        window_ = (static_cast<uint64_t>(load_be32(word_)) << 32) | load_be32(word_ + 4);
+    }
+
+    // Makes at least 33 bits available.
+    void refill() {
+        if (pos_ >= 32) {
+            word_ += 4;
+            window_ = (window_ << 32) | load_be32(word_ + 4);
+            pos_ -= 32;
+        }
+    }
+    // The next n bits (1..32) without consuming them; pos + n must stay
+    // within the two words (after refill(), any n up to 32 does).
+    uint32_t peek(uint32_t n) const { return static_cast<uint32_t>((window_ << pos_) >> (64 - n)); }
+    void skip(uint32_t n) { pos_ += n; }
+    // The next n bits (0..32), consumed, refilling first.
+    uint32_t read(int n) {
+        if (n == 0) return 0;
+        refill();
+        const uint32_t v = peek(static_cast<uint32_t>(n));
+        pos_ += static_cast<uint32_t>(n);
+        return v;
+    }
+    uint32_t read_bit() { return read(1); }
+
+    const uint8_t* byte() const { return word_ + (pos_ >> 3); }
+    int bit_offset() const { return static_cast<int>(pos_ & 7); }
+
+    // Writes the cursor back in the exported form.
+    template <class BytePtr>
+    void store(BytePtr* pp_byte, int* p_offset) const {
+        *pp_byte = const_cast<BytePtr>(byte());
+        *p_offset = bit_offset();
+    }
+
+private:
+    const uint8_t* word_;  // aligned word holding bit pos_ (while pos_ < 32)
+    uint64_t window_;      // that word and the next, most significant first
+    uint32_t pos_;         // bit position from word_
+};
+
 }  // namespace nkp
