@@ -10,8 +10,8 @@ src/aac/generated/huffman_tables.cpp (declared, with the entry layout, in
 src/aac/huffman_tables.h).
 
 Each code becomes a multi-level lookup table of 32-bit entries: a root table
-indexed by the next ROOT_BITS bits (fewer when the book's codes are all
-shorter) and sub-tables of at most SUB_BITS bits for the longer codes. In the
+indexed by the next ROOT_BITS bits (SF_ROOT_BITS for the scale-factor code)
+and sub-tables of at most SUB_BITS bits for the longer codes. In the
 unsigned spectral books the sign bits that follow a code word are folded into
 the entry wherever the code and its sign bits fit the level, so that one
 lookup gives the signed tuple.
@@ -170,13 +170,11 @@ def main():
     check_complete([c for c, _ in sf])
 
     entries = []
-    info = [(0, 0, 0, 0)]
+    info = [(0, 0, 0)]
     for n in range(1, 12):
         b = books[n]
-        longest = max(len(c) + (sum(1 for v in vals if v) if b["unsigned"] else 0) for c, vals in b["codes"])
-        root = min(ROOT_BITS, longest)
-        table = build(spectral_symbols(b), root)
-        info.append((len(entries), root, 4 if b["dim"] == 4 else 2, 1 if b["unsigned"] else 0))
+        table = build(spectral_symbols(b), ROOT_BITS)
+        info.append((len(entries), 4 if b["dim"] == 4 else 2, 1 if b["unsigned"] else 0))
         entries.extend(table)
 
     sf_table = build([(code, lambda consumed, s, n, index=index: (consumed << 24) | index, 0) for code, index in sf],
@@ -194,9 +192,12 @@ def main():
     out.append(c_rows(entries))
     out.append("};")
     out.append("")
+    out.append("static_assert(kSpectralRootBits == %d && kScaleFactorRootBits == %d, \"the tables' root widths\");"
+               % (ROOT_BITS, SF_ROOT_BITS))
+    out.append("")
     out.append("const SpectralBook kSpectralBooks[12] = {")
-    for n, (offset, root, dim, unsigned) in enumerate(info):
-        out.append("    {%d, %d, %d, %d},  // book %d" % (offset, root, dim, unsigned, n))
+    for n, (offset, dim, unsigned) in enumerate(info):
+        out.append("    {%d, %d, %d},  // book %d" % (offset, dim, unsigned, n))
     out.append("};")
     out.append("")
     out.append("alignas(64) const uint32_t kScaleFactorLookup[%d] = {" % len(sf_table))

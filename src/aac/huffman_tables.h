@@ -2,8 +2,8 @@
 // generated/huffman_tables.cpp by tools/gen_aac_huffman_tables.py from the
 // standard's code books).
 //
-// A code is walked from its root table, indexed by the next `root_bits`
-// bits of the stream. Every entry is a 32-bit word:
+// A code is walked from its root table, indexed by the next
+// kSpectralRootBits (kScaleFactorRootBits) bits of the stream. Every entry is a 32-bit word:
 //  - a link, bit 31 set: bits 16..19 the width of the next table, bits
 //    0..15 its index from the book's first entry; the root's bits are
 //    consumed and the walk goes on with the next bits;
@@ -27,11 +27,12 @@ inline constexpr uint32_t kLookupLink = 1u << 31;
 inline constexpr uint32_t kLookupSigned = 1u << 30;
 inline constexpr uint32_t kLookupEscape = 1u << 29;
 
+inline constexpr int kSpectralRootBits = 9;
+
 struct SpectralBook {
-    uint16_t offset;     // first entry in kSpectralLookup
-    uint8_t root_bits;   // 0 for book 0, which has no code
-    uint8_t dimension;   // 4 (quads) or 2 (pairs)
-    uint8_t is_unsigned; // magnitudes with sign bits after the code
+    uint16_t offset;      // first entry in kSpectralLookup (book 0 has no code)
+    uint8_t dimension;    // 4 (quads) or 2 (pairs)
+    uint8_t is_unsigned;  // magnitudes with sign bits after the code
 };
 
 extern const uint32_t kSpectralLookup[];

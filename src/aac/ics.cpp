@@ -58,8 +58,7 @@ void read_prediction_used(Bits& bits, nkpAacIcsInfo& ics, int limit) {
 
 void set_groups(nkpAacIcsInfo& ics) {
     if (ics.windowSequence == kEightShort) {
-        make_window_groups(static_cast<uint32_t>(ics.scaleFactorGrouping), &ics.numWindowGroups,
-                           ics.windowGroupLength);
+        make_window_groups(static_cast<uint32_t>(ics.scaleFactorGrouping), &ics.numWindowGroups, ics.windowGroupLength);
     } else {
         ics.numWindowGroups = 1;
         ics.windowGroupLength[0] = 1;
@@ -203,8 +202,8 @@ nkpStatus nkpsDecodeChanPairElt_MP4_AAC(nkp8u** ppBitStream, int* pBitOffset, nk
     });
 }
 
-nkpStatus nkpsDecodeMainHeader_AAC(nkp8u** ppBitStream, int* pBitOffset, nkpAacMainHeader* pMainHeader,
-                                   int channels, int unsupportedMode) {
+nkpStatus nkpsDecodeMainHeader_AAC(nkp8u** ppBitStream, int* pBitOffset, nkpAacMainHeader* pMainHeader, int channels,
+                                   int unsupportedMode) {
     if (!pMainHeader || (channels == 2 && !pMainHeader->pMsUsed)) return nkpStatusNullPointer;
     if (const nkpStatus s = check_cursor(ppBitStream, pBitOffset)) return s;
     if (channels != 1 && channels != 2) return nkpStatusBadAacElementChannels;

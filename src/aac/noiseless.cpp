@@ -122,8 +122,8 @@ inline int32_t read_sf_difference(BitCache& bits) {
 // accumulator (kSeparateNoise gives noise energies their own, unchecked,
 // as the coding standard keeps them); intensity positions have theirs.
 template <bool kAcceptNoise, bool kSeparateNoise>
-nkpStatus read_scale_factors(BitCache& bits, const Window& w, int global_gain, const uint8_t* band_cb,
-                             uint16_t* sf) {
+nkpStatus read_scale_factors_from(BitCache& bits, const Window& w, int global_gain, const uint8_t* band_cb,
+                                  uint16_t* sf) {
     int32_t scale = global_gain, noise = 0, position = 0;
     bool first_noise = true;
     const int bands = w.num_groups * w.max_sfb;
@@ -150,6 +150,14 @@ nkpStatus read_scale_factors(BitCache& bits, const Window& w, int global_gain, c
         }
     }
     return nkpStatusOk;
+}
+
+template <bool kAcceptNoise, bool kSeparateNoise>
+nkpStatus read_scale_factors(BitCache& cache, const Window& w, int global_gain, const uint8_t* band_cb, uint16_t* sf) {
+    BitCache bits = cache;  // in registers while the loop stores
+    const nkpStatus status = read_scale_factors_from<kAcceptNoise, kSeparateNoise>(bits, w, global_gain, band_cb, sf);
+    cache = bits;
+    return status;
 }
 
 struct Pulses {
@@ -204,14 +212,15 @@ inline int32_t leaf_value(uint32_t e, int i) { return static_cast<int32_t>(e << 
 
 // Decodes the tuples of lines [p, stop) with one code book.
 template <int kDim, bool kUnsigned, bool kEscape>
-nkpStatus decode_tuples(BitCache& bits, const SpectralBook& book, int32_t* p, const int32_t* stop) {
+nkpStatus decode_tuples(BitCache& cache, const SpectralBook& book, int32_t* p, const int32_t* stop) {
+    // A local copy stays in registers: the output stores cannot alias it.
+    BitCache bits = cache;
     const uint32_t* lut = kSpectralLookup + book.offset;
-    const uint32_t root = book.root_bits;
     for (; p < stop; p += kDim) {
         bits.refill();
-        uint32_t e = lut[bits.peek(root)];
+        uint32_t e = lut[bits.peek(kSpectralRootBits)];
         if (e & kLookupLink) {
-            bits.skip(root);
+            bits.skip(kSpectralRootBits);
             e = walk(bits, lut, e);
         }
         bits.skip((e >> 24) & 31);
@@ -227,11 +236,16 @@ nkpStatus decode_tuples(BitCache& bits, const SpectralBook& book, int32_t* p, co
             }
         }
         if (kEscape && (e & kLookupEscape)) {
-            for (int i = 0; i < kDim; ++i)
-                if ((v[i] == 16 || v[i] == -16) && !read_escape(bits, v[i])) return nkpStatusBadAacQuantValue;
+            for (int i = 0; i < kDim; ++i) {
+                if ((v[i] == 16 || v[i] == -16) && !read_escape(bits, v[i])) {
+                    cache = bits;
+                    return nkpStatusBadAacQuantValue;
+                }
+            }
         }
         for (int i = 0; i < kDim; ++i) p[i] = v[i];
     }
+    cache = bits;
     return nkpStatusOk;
 }
 
@@ -256,18 +270,31 @@ nkpStatus read_spectrum(BitCache& bits, const Window& w, const nkpAacChanInfo& c
             const SpectralBook& book = kSpectralBooks[cb <= 11 ? cb : 0];
             switch (cb) {
                 case 1:
-                case 2: status = decode_tuples<4, false, false>(bits, book, p, stop); break;
+                case 2:
+                    status = decode_tuples<4, false, false>(bits, book, p, stop);
+                    break;
                 case 3:
-                case 4: status = decode_tuples<4, true, false>(bits, book, p, stop); break;
+                case 4:
+                    status = decode_tuples<4, true, false>(bits, book, p, stop);
+                    break;
                 case 5:
-                case 6: status = decode_tuples<2, false, false>(bits, book, p, stop); break;
+                case 6:
+                    status = decode_tuples<2, false, false>(bits, book, p, stop);
+                    break;
                 case 7:
                 case 8:
                 case 9:
-                case 10: status = decode_tuples<2, true, false>(bits, book, p, stop); break;
-                case 11: status = decode_tuples<2, true, true>(bits, book, p, stop); break;
-                case 12: return nkpStatusBadAacCodebook;
-                default: zero_lines(p, stop); break;  // 0, and noise and intensity bands
+                case 10:
+                    status = decode_tuples<2, true, false>(bits, book, p, stop);
+                    break;
+                case 11:
+                    status = decode_tuples<2, true, true>(bits, book, p, stop);
+                    break;
+                case 12:
+                    return nkpStatusBadAacCodebook;
+                default:
+                    zero_lines(p, stop);
+                    break;  // 0, and noise and intensity bands
             }
             if (status) return status;
             p = stop;
@@ -317,8 +344,8 @@ nkpStatus decode_lc(BitCache& bits, int common_window, nkpAacChanInfo& ci, uint1
     return decode_body<false>(bits, w, ci, true, sf, spectrum, band_cb, tns_coef);
 }
 
-nkpStatus decode_general(BitCache& bits, nkpAacMainHeader& main, nkpAacChanInfo& ci, int window_sequence,
-                         int max_sfb, int common_window, int layer, int object_type, uint16_t* sf, int32_t* spectrum,
+nkpStatus decode_general(BitCache& bits, nkpAacMainHeader& main, nkpAacChanInfo& ci, int window_sequence, int max_sfb,
+                         int common_window, int layer, int object_type, uint16_t* sf, int32_t* spectrum,
                          uint8_t* band_cb, int8_t* tns_coef) {
     ci.globalGain = static_cast<int32_t>(bits.read(8));
     Window w;
@@ -359,9 +386,9 @@ nkpStatus nkpsNoiselessDecoder_LC_AAC(nkp8u** ppBitStream, int* pBitOffset, int 
 }
 
 nkpStatus nkpsNoiselessDecode_AAC(nkp8u** ppBitStream, int* pBitOffset, nkpAacMainHeader* pMainHeader,
-                                  nkp16u* pDstScaleFactor, nkp32s* pDstSpectrum, nkp8u* pDstSfbCb,
-                                  nkp8s* pDstTnsCoef, nkpAacChanInfo* pChanInfo, int windowSequence, int maxSfb,
-                                  int commonWin, int layerFlag, int audioObjectType) {
+                                  nkp16u* pDstScaleFactor, nkp32s* pDstSpectrum, nkp8u* pDstSfbCb, nkp8s* pDstTnsCoef,
+                                  nkpAacChanInfo* pChanInfo, int windowSequence, int maxSfb, int commonWin,
+                                  int layerFlag, int audioObjectType) {
     if (!pMainHeader || !pDstScaleFactor || !pDstSpectrum || !pDstSfbCb || !pDstTnsCoef || !pChanInfo ||
         (layerFlag != 1 && !pChanInfo->pIcsInfo))
         return nkpStatusNullPointer;
@@ -373,8 +400,9 @@ nkpStatus nkpsNoiselessDecode_AAC(nkp8u** ppBitStream, int* pBitOffset, nkpAacMa
     if (static_cast<uint32_t>(maxSfb) > 51) return nkpStatusBadAacMaxSfb;
     if (static_cast<uint32_t>(pChanInfo->samplingFrequencyIndex) > 11) return nkpStatusBadAacSamplingIndex;
     BitCache bits(*ppBitStream, *pBitOffset);
-    const nkpStatus status = decode_general(bits, *pMainHeader, *pChanInfo, windowSequence, maxSfb, commonWin, layerFlag,
-                                            audioObjectType, pDstScaleFactor, pDstSpectrum, pDstSfbCb, pDstTnsCoef);
+    const nkpStatus status =
+        decode_general(bits, *pMainHeader, *pChanInfo, windowSequence, maxSfb, commonWin, layerFlag, audioObjectType,
+                       pDstScaleFactor, pDstSpectrum, pDstSfbCb, pDstTnsCoef);
     bits.store(ppBitStream, pBitOffset);
     return status;
 }

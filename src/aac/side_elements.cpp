@@ -7,8 +7,7 @@ namespace nkp {
 
 using namespace aac;
 
-nkpStatus nkpsDecodeDatStrElt_AAC(nkp8u** ppBitStream, int* pBitOffset, int* pDataTag, int* pDataCnt,
-                                  nkp8u* pDataElt) {
+nkpStatus nkpsDecodeDatStrElt_AAC(nkp8u** ppBitStream, int* pBitOffset, int* pDataTag, int* pDataCnt, nkp8u* pDataElt) {
     if (!pDataTag || !pDataCnt || !pDataElt) return nkpStatusNullPointer;
     if (const nkpStatus s = check_cursor(ppBitStream, pBitOffset)) return s;
     BitReader bits(*ppBitStream, *pBitOffset);

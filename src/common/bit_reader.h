@@ -63,44 +63,53 @@ private:
     uint32_t pos_;         // bit position from base_
 };
 
-// The same cursor with the two words kept in a register, for decoders that
-// take many short fields (Huffman codes): a word is fetched only when the
-// next bit to consume lies in the second word and refill() is called, which
-// callers do only before consuming at least one more bit. So the reader
-// never loads more than the aligned word after the one holding the last bit
+// The same cursor with the stream kept in a register, for decoders that
+// take many short fields (Huffman codes). The register holds the bits not
+// yet consumed of the aligned words loaded so far, the next bit at the top.
+// A word is fetched only by refill(), when at most 32 bits are left (the
+// next bit to consume then lies in the last word loaded), and callers call
+// refill() only before consuming at least one more bit. So the reader never
+// loads more than the aligned word after the one holding the last bit
 // consumed: the slack is BitReader's.
 class BitCache {
 public:
     BitCache(const uint8_t* byte, int bit_offset)
-        : word_(byte - (reinterpret_cast<uintptr_t>(byte) & 3)),
-          pos_(static_cast<uint32_t>(reinterpret_cast<uintptr_t>(byte) & 3) * 8 + static_cast<uint32_t>(bit_offset)) {
-        window_ = (static_cast<uint64_t>(load_be32(word_)) << 32) | load_be32(word_ + 4);
+        : next_(byte - (reinterpret_cast<uintptr_t>(byte) & 3)) {
+        const uint32_t skip =
+            static_cast<uint32_t>(reinterpret_cast<uintptr_t>(byte) & 3) * 8 + static_cast<uint32_t>(bit_offset);
+        window_ = ((static_cast<uint64_t>(load_be32(next_)) << 32) | load_be32(next_ + 4)) << skip;
+        left_ = 64 - skip;
+        next_ += 8;
     }
 
     // Makes at least 33 bits available.
     void refill() {
-        if (pos_ >= 32) {
-            word_ += 4;
-            window_ = (window_ << 32) | load_be32(word_ + 4);
-            pos_ -= 32;
+        if (left_ <= 32) {
+            window_ |= static_cast<uint64_t>(load_be32(next_)) << (32 - left_);
+            next_ += 4;
+            left_ += 32;
         }
     }
-    // The next n bits (1..32) without consuming them; pos + n must stay
-    // within the two words (after refill(), any n up to 32 does).
-    uint32_t peek(uint32_t n) const { return static_cast<uint32_t>((window_ << pos_) >> (64 - n)); }
-    void skip(uint32_t n) { pos_ += n; }
+    // The next n bits (1..32) without consuming them; n must not exceed the
+    // bits available (after refill(), any n up to 32 does).
+    uint32_t peek(uint32_t n) const { return static_cast<uint32_t>(window_ >> (64 - n)); }
+    void skip(uint32_t n) {
+        window_ <<= n;
+        left_ -= n;
+    }
     // The next n bits (0..32), consumed, refilling first.
     uint32_t read(int n) {
         if (n == 0) return 0;
         refill();
         const uint32_t v = peek(static_cast<uint32_t>(n));
-        pos_ += static_cast<uint32_t>(n);
+        skip(static_cast<uint32_t>(n));
         return v;
     }
     uint32_t read_bit() { return read(1); }
 
-    const uint8_t* byte() const { return word_ + (pos_ >> 3); }
-    int bit_offset() const { return static_cast<int>(pos_ & 7); }
+    // The cursor: the byte holding the next bit and the bit's offset in it.
+    const uint8_t* byte() const { return next_ - (left_ + 7) / 8; }
+    int bit_offset() const { return static_cast<int>((64 - left_) & 7); }
 
     // Writes the cursor back in the exported form.
     template <class BytePtr>
@@ -110,9 +119,9 @@ public:
     }
 
 private:
-    const uint8_t* word_;  // aligned word holding bit pos_ (while pos_ < 32)
-    uint64_t window_;      // that word and the next, most significant first
-    uint32_t pos_;         // bit position from word_
+    uint64_t window_;      // unconsumed bits, most significant first; zeros below them
+    uint32_t left_;        // how many (1..64)
+    const uint8_t* next_;  // the next aligned word to load
 };
 
 }  // namespace nkp

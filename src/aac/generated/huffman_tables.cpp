@@ -1001,19 +1001,21 @@ alignas(64) const uint32_t kSpectralLookup[7940] = {
     0x450003cf, 0x45000c4f, 0x450003f1, 0x45000c71,
 };
 
+static_assert(kSpectralRootBits == 9 && kScaleFactorRootBits == 8, "the tables' root widths");
+
 const SpectralBook kSpectralBooks[12] = {
-    {0, 0, 0, 0},  // book 0
-    {0, 9, 4, 0},  // book 1
-    {536, 9, 4, 0},  // book 2
-    {1048, 9, 4, 1},  // book 3
-    {1952, 9, 4, 1},  // book 4
-    {2752, 9, 2, 0},  // book 5
-    {3316, 9, 2, 0},  // book 6
-    {3840, 9, 2, 1},  // book 7
-    {4464, 9, 2, 1},  // book 8
-    {4992, 9, 2, 1},  // book 9
-    {6048, 9, 2, 1},  // book 10
-    {6848, 9, 2, 1},  // book 11
+    {0, 0, 0},  // book 0
+    {0, 4, 0},  // book 1
+    {536, 4, 0},  // book 2
+    {1048, 4, 1},  // book 3
+    {1952, 4, 1},  // book 4
+    {2752, 2, 0},  // book 5
+    {3316, 2, 0},  // book 6
+    {3840, 2, 1},  // book 7
+    {4464, 2, 1},  // book 8
+    {4992, 2, 1},  // book 9
+    {6048, 2, 1},  // book 10
+    {6848, 2, 1},  // book 11
 };
 
 alignas(64) const uint32_t kScaleFactorLookup[416] = {
