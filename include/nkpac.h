@@ -621,8 +621,8 @@ NKPAC_API nkpStatus nkpsSynthesisFilter_MP3_32s16s(const nkp32s* pSrc, nkp16s* p
  * the start of the aligned word holding the first bit, up to 3 bytes before
  * the cursor). Keep 8 readable bytes after the data. How far a reader can
  * get on corrupt data is bounded; each function states its bound ("reads at
- * most N bytes past the cursor", slack included), so a caller can size a
- * buffer of untrusted data.
+ * most N bytes": the cursor's byte and the N - 1 after it, slack included),
+ * so a caller can size a buffer of untrusted data.
  */
 
 /* ADTS frame header. */
@@ -737,18 +737,20 @@ typedef struct {
     nkp8u msUsed[8 * 60];             /* M/S flag per band, 60 bytes per window group */
 } nkpAacCpeInfo;
 
-/* Long-term prediction side data of one channel (88 words). */
+/* Long-term prediction side data of one channel (88 words). The LTP reader
+ * writes the fields the stream carries; only the main-layer header clears
+ * the whole record first. */
 typedef struct {
     nkp32s ltpDataPresent;
     nkp32s ltpLag;                    /* 11 bits */
     nkp16s ltpCoef;                   /* the coefficient in Q14 (9352 .. 22438) */
-    nkp16s ltpCoefHigh;               /* the upper half of ltpCoef's word: never written */
+    nkp16s ltpCoefHigh;               /* the upper half of ltpCoef's word: not read from the stream */
     nkp32s ltpLongDataPresent;        /* long windows: a copy of ltpDataPresent */
     nkp32s ltpLongUsed[40];           /* per band 0..39 */
     nkp32s ltpShortUsed[8];           /* per short window */
     nkp32s ltpShortLagPresent[8];
     nkp32s ltpShortLag[8];            /* lag of each used short window */
-    nkp32s reserved[20];              /* never written */
+    nkp32s reserved[20];              /* not read from the stream */
 } nkpAacLtpInfo;
 
 /* Main-layer header of a two-layer stream; also the LTP destination of the
@@ -794,7 +796,7 @@ typedef struct {
 /* Reads a 7-byte ADTS header (9 bytes when protectionAbsent is 0: the CRC
  * word, not verified) starting at bit 0 of *ppBitStream, and advances the
  * pointer by 7 or 9 bytes. The sync word is skipped, not compared, and no
- * field is checked. Reads at most 16 bytes past the pointer.
+ * field is checked. Reads at most 16 bytes.
  * Statuses: NullPointer. */
 NKPAC_API nkpStatus nkpsUnpackADTSFrameHeader_AAC(nkp8u** ppBitStream, nkpAacAdtsHeader* pAdtsHeader);
 
@@ -803,7 +805,7 @@ NKPAC_API nkpStatus nkpsUnpackADTSFrameHeader_AAC(nkp8u** ppBitStream, nkpAacAdt
  * advances the pointer past the last one (a PCE ends byte-aligned). The
  * header's fields and the PCEs follow each other without alignment, as in
  * the stream. prgCfgEltMax is the capacity of pPrgCfgElt, 1..16.
- * Reads at most 4,952 bytes past the pointer (16 PCEs with full comments).
+ * Reads at most 4,936 bytes (16 PCEs with full comments).
  * Statuses: NullPointer; BadAacPceCount (capacity outside 1..16, before
  * reading; or the stream declares more PCEs than the capacity, after the
  * fixed fields: those stay written and the pointer is left on the byte
@@ -813,14 +815,14 @@ NKPAC_API nkpStatus nkpsUnpackADIFHeader_AAC(nkp8u** ppBitStream, nkpAacAdifHead
 
 /* Reads a program configuration element (after its identifier): the fixed
  * fields, the element lists, byte alignment (relative to the buffer's bytes)
- * and the comment. Reads at most 314 bytes past the cursor.
+ * and the comment. Reads at most 312 bytes.
  * Statuses: NullPointer, BadAacBitOffset. */
 NKPAC_API nkpStatus nkpsDecodePrgCfgElt_AAC(nkp8u** ppBitStream, int* pBitOffset, nkpAacPrgCfgElt* pPrgCfgElt);
 
 /* Reads a data stream element (after its identifier): tag, align flag,
  * count (8 bits, plus 8 more when it is 255: 0..510), byte alignment when
  * flagged, then the payload into pDataElt, which must hold 510 bytes.
- * Reads at most 522 bytes past the cursor.
+ * Reads at most 521 bytes.
  * Statuses: NullPointer, BadAacBitOffset. */
 NKPAC_API nkpStatus nkpsDecodeDatStrElt_AAC(nkp8u** ppBitStream, int* pBitOffset, int* pDataTag, int* pDataCnt,
                                             nkp8u* pDataElt);
@@ -828,7 +830,7 @@ NKPAC_API nkpStatus nkpsDecodeDatStrElt_AAC(nkp8u** ppBitStream, int* pBitOffset
 /* Reads a fill element (after its identifier): count (4 bits; 15 means
  * 15 + the next 8 bits - 1: 0..269), then that many bytes, unparsed (the
  * extension type nibble included), into pFillElt, which must hold 269 bytes.
- * Reads at most 279 bytes past the cursor.
+ * Reads at most 279 bytes.
  * Statuses: NullPointer, BadAacBitOffset. */
 NKPAC_API nkpStatus nkpsDecodeFillElt_AAC(nkp8u** ppBitStream, int* pBitOffset, int* pFillCnt, nkp8u* pFillElt);
 
@@ -843,7 +845,7 @@ NKPAC_API nkpStatus nkpsDecodeFillElt_AAC(nkp8u** ppBitStream, int* pBitOffset, 
  * windows, startBand 0 only) or one flag for each band from startBand to
  * min(bandLimit, maxSfb) - 1 whose group-0 M/S flag is 0, stored compactly.
  * pExtHeader->pMsUsed (240 bytes) is required when the stereo switch is 1.
- * Reads at most 150 bytes past the cursor.
+ * Reads at most 97 bytes.
  * Statuses: NullPointer (pMsUsed included when needed), BadAacBitOffset,
  * BadAacHeaderFlag (tnsSwitch), BadAacExtFlag2 (stereoSwitch),
  * BadAacExtFlag3 (bandFlagsSwitch), BadAacMaxSfb (startBand or bandLimit
@@ -859,7 +861,7 @@ NKPAC_API nkpStatus nkpsDecodeExtensionHeader_AAC(nkp8u** ppBitStream, int* pBit
  * bands below min(maxSfb, predSfbMax) (entries from there up to predSfbMax
  * cleared), then msMaskPresent and, when it is 1, one M/S flag per group and
  * band below maxSfb into msUsed[g * 60 + band] (values 0, 2 and 3 leave
- * msUsed as it was). Reads at most 80 bytes past the cursor.
+ * msUsed as it was). Reads at most 26 bytes.
  * Statuses: NullPointer, BadAacBitOffset, BadAacPrediction (predSfbMax
  * outside 0..41); BadAacMaxSfb (a long window's max_sfb above 51). */
 NKPAC_API nkpStatus nkpsDecodeChanPairElt_AAC(nkp8u** ppBitStream, int* pBitOffset, nkpAacIcsInfo* pIcsInfo,
@@ -871,8 +873,7 @@ NKPAC_API nkpStatus nkpsDecodeChanPairElt_AAC(nkp8u** ppBitStream, int* pBitOffs
  * (predSfbMax must then lie in 0..41: BadAacPrediction after the reset
  * fields), and LTP for any other type: windowSequence and maxSfb are copied
  * into pMainHeader, and ltp_data_present with the LTP data of channel 0 and
- * of channel 1 are read into its ltpInfo. Reads at most 100 bytes past the
- * cursor.
+ * of channel 1 are read into its ltpInfo. Reads at most 30 bytes.
  * Statuses: NullPointer, BadAacBitOffset, BadAacMaxSfb (predSfbMax outside
  * 0..51); BadAacMaxSfb or BadAacPrediction from the ics_info. */
 NKPAC_API nkpStatus nkpsDecodeChanPairElt_MP4_AAC(nkp8u** ppBitStream, int* pBitOffset, nkpAacIcsInfo* pIcsInfo,
@@ -889,7 +890,7 @@ NKPAC_API nkpStatus nkpsDecodeChanPairElt_MP4_AAC(nkp8u** ppBitStream, int* pBit
  * failing) and the cleared LTP record with ltpDataPresent and the LTP data.
  * The whole record is read even when unsupportedMode is 1, which marks a
  * stream this library cannot decode further: the status is then
- * nkpStatusAacNotSupported. Reads at most 80 bytes past the cursor.
+ * nkpStatusAacNotSupported. Reads at most 120 bytes.
  * Statuses: NullPointer (pMsUsed included with two channels),
  * BadAacBitOffset, BadAacElementChannels (channels not 1 or 2),
  * BadAacHeaderFlag (unsupportedMode not 0 or 1); AacNotSupported. */
@@ -942,8 +943,7 @@ NKPAC_API nkpStatus nkpsDecodeMainHeader_AAC(nkp8u** ppBitStream, int* pBitOffse
  *
  * Read slack: the stream buffer must be readable to the end of the aligned
  * word after the one holding the last bit decoded (at most 7 bytes past its
- * byte). On corrupt data a call reads at most 4,032 bytes past the cursor,
- * slack included.
+ * byte). On corrupt data a call reads at most 3,577 bytes.
  */
 
 /* Low-complexity profile. pChanInfo->samplingFrequencyIndex (0..11) and

@@ -168,12 +168,12 @@ struct Channel {
     IcsInfo ics;
     std::vector<int> band_cb;
     std::vector<int> sect_cb, sect_end, num_sec;
-    std::vector<int> scale_factor;   // the coding standard's values (own noise accumulator)
-    std::vector<int> shared;         // one accumulator for scale factors and noise energies
-    std::vector<int64_t> sf_start;   // bit position where each band's scale-factor field starts
-    std::vector<int64_t> sf_end;     // and where it ends
-    int first_noise = -1;            // first band of code book 13
-    int shared_out_of_range = -1;    // first band where the shared accumulator leaves 0..255
+    std::vector<int> scale_factor;  // the coding standard's values (own noise accumulator)
+    std::vector<int> shared;        // one accumulator for scale factors and noise energies
+    std::vector<int64_t> sf_start;  // bit position where each band's scale-factor field starts
+    std::vector<int64_t> sf_end;    // and where it ends
+    int first_noise = -1;           // first band of code book 13
+    int shared_out_of_range = -1;   // first band where the shared accumulator leaves 0..255
     bool pulse = false;
     int pulse_count = 0, pulse_start = 0, pulse_offset[4] = {}, pulse_amp[4] = {};
     Tns tns;

@@ -267,8 +267,8 @@ void check_pce(const Walk& w, const Element& e) {
     ASSERT_EQ(nkpsDecodePrgCfgElt_AAC(&p, &offset, &pce), nkpStatusOk);
     EXPECT_EQ(where(w, p, offset), e.end);
     // The record's fields in stream order, as the reference lists them.
-    std::vector<int> got = {pce.elementInstanceTag, pce.profile,      pce.samplingFrequencyIndex,
-                            pce.numFrontElt,        pce.numSideElt,   pce.numBackElt,
+    std::vector<int> got = {pce.elementInstanceTag, pce.profile,         pce.samplingFrequencyIndex,
+                            pce.numFrontElt,        pce.numSideElt,      pce.numBackElt,
                             pce.numLfeElt,          pce.numAssocDataElt, pce.numValidCcElt};
     got.push_back(pce.monoMixdownPresent);
     if (pce.monoMixdownPresent) got.push_back(pce.monoMixdownEltNumber);
@@ -327,11 +327,18 @@ int64_t walk_block(const Walk& w, size_t size, int64_t bit) {
                 w.totals->lfe += e.id == aacref::kLfe;
                 check_channels(w, e, nullptr);
                 break;
-            case aacref::kCpe: check_cpe(w, e); break;
-            case aacref::kPce: check_pce(w, e); break;
+            case aacref::kCpe:
+                check_cpe(w, e);
+                break;
+            case aacref::kPce:
+                check_pce(w, e);
+                break;
             case aacref::kDse:
-            case aacref::kFil: check_data_element(w, e); break;
-            default: break;
+            case aacref::kFil:
+                check_data_element(w, e);
+                break;
+            default:
+                break;
         }
         if (::testing::Test::HasFatalFailure()) return -1;
     }
@@ -352,12 +359,24 @@ void walk_adts(const std::vector<uint8_t>& file, int object_type, Totals& totals
         std::memset(&h, 0x5A, sizeof h);
         ASSERT_EQ(nkpsUnpackADTSFrameHeader_AAC(&p, &h), nkpStatusOk);
         EXPECT_EQ(p - buffer.data(), f.protection_absent ? 7 : 9);
-        const int want[] = {f.id, f.layer, f.protection_absent, f.profile, f.sfi, f.private_bit, f.channel_config,
-                            f.original, f.home, f.copyright_bit, f.copyright_start, f.frame_length, f.fullness,
-                            f.blocks};
-        const int got[] = {h.id, h.layer, h.protectionAbsent, h.profile, h.samplingFrequencyIndex, h.privateBit,
-                           h.channelConfiguration, h.originalCopy, h.home, h.copyrightIdentificationBit,
-                           h.copyrightIdentificationStart, h.frameLength, h.bufferFullness, h.numRawDataBlocks};
+        const int want[] = {f.id,       f.layer,         f.protection_absent, f.profile,
+                            f.sfi,      f.private_bit,   f.channel_config,    f.original,
+                            f.home,     f.copyright_bit, f.copyright_start,   f.frame_length,
+                            f.fullness, f.blocks};
+        const int got[] = {h.id,
+                           h.layer,
+                           h.protectionAbsent,
+                           h.profile,
+                           h.samplingFrequencyIndex,
+                           h.privateBit,
+                           h.channelConfiguration,
+                           h.originalCopy,
+                           h.home,
+                           h.copyrightIdentificationBit,
+                           h.copyrightIdentificationStart,
+                           h.frameLength,
+                           h.bufferFullness,
+                           h.numRawDataBlocks};
         EXPECT_EQ(std::vector<int>(got, got + 14), std::vector<int>(want, want + 14));
         EXPECT_EQ(h.reserved, 0x5A5A5A5A);
         ASSERT_EQ(f.blocks, 1);
@@ -470,12 +489,12 @@ TEST_P(AacStreams, EveryElementMatchesTheReference) {
     if (f & kSfi12) EXPECT_EQ(t.rate_refusals, t.lc_checked + t.general_checked);
     if (!(f & kNoise)) EXPECT_EQ(t.noise_bands, 0) << "only the noise samples substitute noise";
     EXPECT_EQ(t.lc_checked + t.general_checked > 0, true);
-    std::printf("[ walk ] %s: %d blocks, %d channel streams (%d low-complexity, %d general decodes); noise %d, "
-                "intensity %d bands, M/S %d, TNS %d, short %d, prediction %d, LTP %d, escapes %d; refusals: "
-                "noise band %d, shared accumulator %d\n",
-                sample.file, t.blocks, t.channels, t.lc_checked, t.general_checked, t.noise_bands,
-                t.intensity_bands, t.ms_masks, t.tns, t.short_windows, t.prediction, t.ltp, t.escapes,
-                t.lc_noise_refusals, t.shared_refusals);
+    std::printf(
+        "[ walk ] %s: %d blocks, %d channel streams (%d low-complexity, %d general decodes); noise %d, "
+        "intensity %d bands, M/S %d, TNS %d, short %d, prediction %d, LTP %d, escapes %d; refusals: "
+        "noise band %d, shared accumulator %d\n",
+        sample.file, t.blocks, t.channels, t.lc_checked, t.general_checked, t.noise_bands, t.intensity_bands,
+        t.ms_masks, t.tns, t.short_windows, t.prediction, t.ltp, t.escapes, t.lc_noise_refusals, t.shared_refusals);
 }
 
 INSTANTIATE_TEST_SUITE_P(Samples, AacStreams, ::testing::ValuesIn(kSamples),
