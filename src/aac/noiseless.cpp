@@ -307,11 +307,12 @@ nkpStatus read_spectrum(BitCache& bits, const Window& w, const nkpAacChanInfo& c
 
 // Everything after the window information. `side_data`: the pulse, TNS and
 // gain-control fields are present (not in the second layer).
-template <bool kAcceptNoise>
+template <bool kAcceptNoise, bool kSeparateNoise>
 nkpStatus decode_body(BitCache& bits, const Window& w, nkpAacChanInfo& ci, bool side_data, uint16_t* sf,
                       int32_t* spectrum, uint8_t* band_cb, int8_t* tns_coef) {
     if (const nkpStatus s = read_sections(bits, w, ci, band_cb)) return s;
-    if (const nkpStatus s = read_scale_factors<kAcceptNoise, false>(bits, w, ci.globalGain, band_cb, sf)) return s;
+    if (const nkpStatus s = read_scale_factors<kAcceptNoise, kSeparateNoise>(bits, w, ci.globalGain, band_cb, sf))
+        return s;
     Pulses pulses;
     if (side_data) {
         ci.pulseDataPresent = static_cast<int32_t>(bits.read(1));
@@ -341,9 +342,12 @@ nkpStatus decode_lc(BitCache& bits, int common_window, nkpAacChanInfo& ci, uint1
     const Window w = make_window(ci, ics.windowSequence, ics.maxSfb, ics.numWindowGroups, ics.windowGroupLength);
     if (static_cast<uint32_t>(w.max_sfb) > static_cast<uint32_t>(w.num_swb)) return nkpStatusBadAacMaxSfb;
     if (!groups_valid(w)) return nkpStatusBadAacWindowGroups;
-    return decode_body<false>(bits, w, ci, true, sf, spectrum, band_cb, tns_coef);
+    return decode_body<false, false>(bits, w, ci, true, sf, spectrum, band_cb, tns_coef);
 }
 
+// The general decoder; kSeparateNoise selects the noise-energy accumulator
+// (the exports keep the shared one).
+template <bool kSeparateNoise>
 nkpStatus decode_general(BitCache& bits, nkpAacMainHeader& main, nkpAacChanInfo& ci, int window_sequence, int max_sfb,
                          int common_window, int layer, int object_type, uint16_t* sf, int32_t* spectrum,
                          uint8_t* band_cb, int8_t* tns_coef) {
@@ -359,7 +363,7 @@ nkpStatus decode_general(BitCache& bits, nkpAacMainHeader& main, nkpAacChanInfo&
     }
     if (static_cast<uint32_t>(w.max_sfb) > (w.short_windows ? 15u : 51u)) return nkpStatusBadAacMaxSfb;
     if (!groups_valid(w)) return nkpStatusBadAacWindowGroups;
-    return decode_body<true>(bits, w, ci, !layer, sf, spectrum, band_cb, tns_coef);
+    return decode_body<true, kSeparateNoise>(bits, w, ci, !layer, sf, spectrum, band_cb, tns_coef);
 }
 
 }  // namespace
@@ -401,8 +405,8 @@ nkpStatus nkpsNoiselessDecode_AAC(nkp8u** ppBitStream, int* pBitOffset, nkpAacMa
     if (static_cast<uint32_t>(pChanInfo->samplingFrequencyIndex) > 11) return nkpStatusBadAacSamplingIndex;
     BitCache bits(*ppBitStream, *pBitOffset);
     const nkpStatus status =
-        decode_general(bits, *pMainHeader, *pChanInfo, windowSequence, maxSfb, commonWin, layerFlag, audioObjectType,
-                       pDstScaleFactor, pDstSpectrum, pDstSfbCb, pDstTnsCoef);
+        decode_general<false>(bits, *pMainHeader, *pChanInfo, windowSequence, maxSfb, commonWin, layerFlag,
+                              audioObjectType, pDstScaleFactor, pDstSpectrum, pDstSfbCb, pDstTnsCoef);
     bits.store(ppBitStream, pBitOffset);
     return status;
 }
