@@ -619,8 +619,9 @@ NKPAC_API nkpStatus nkpsSynthesisFilter_MP3_32s16s(const nkp32s* pSrc, nkp16s* p
  * further than the end of the aligned word after the one that holds the last
  * bit they consume, i.e. at most 7 bytes past the byte of that bit (and from
  * the start of the aligned word holding the first bit, up to 3 bytes before
- * the cursor). Keep 8 readable bytes after the data. How far a reader can
- * get on corrupt data is bounded; each function states its bound ("reads at
+ * the cursor). Keep 8 readable bytes after the data. No reader takes the
+ * data's length: a truncated or corrupt element is read on into whatever
+ * follows it, but only so far; each function states its bound ("reads at
  * most N bytes": the cursor's byte and the N - 1 after it, slack included),
  * so a caller can size a buffer of untrusted data.
  */
@@ -959,8 +960,9 @@ NKPAC_API nkpStatus nkpsDecodeMainHeader_AAC(nkp8u** ppBitStream, int* pBitOffse
  * caller's groups), BadAacSectionData, BadAacCodebook or BadAacScaleFactor
  * (scale factors: code book 12 or 13), BadAacPulseData (with eight short
  * windows, or a bad start band), BadAacTnsOrder, BadAacGainControl (gain
- * control present), DataError (a section beyond numSwb), BadAacCodebook or
- * BadAacQuantValue (spectrum), BadAacPulseData (pulse position). */
+ * control present), DataError (a section beyond numSwb; max_sfb's check
+ * keeps it from happening here), BadAacCodebook or BadAacQuantValue
+ * (spectrum), BadAacPulseData (pulse position). */
 NKPAC_API nkpStatus nkpsNoiselessDecoder_LC_AAC(nkp8u** ppBitStream, int* pBitOffset, int commonWin,
                                                 nkpAacChanInfo* pChanInfo, nkp16u* pDstScaleFactor,
                                                 nkp32s* pDstSpectrum, nkp8u* pDstSfbCb, nkp8s* pDstTnsCoef);
@@ -975,14 +977,14 @@ NKPAC_API nkpStatus nkpsNoiselessDecoder_LC_AAC(nkp8u** ppBitStream, int* pBitOf
  * commonWin 1 the caller's pIcsInfo is used. maxSfb is not compared with
  * numSwb: a section beyond numSwb gives DataError when the spectrum reaches
  * it. Eight short windows take at most 15 bands.
- * Statuses: NullPointer (every pointer, the byte pointer and pIcsInfo),
- * BadAacBitOffset, BadAacNoiselessMode (commonWin), BadAacWindowSequence
- * (windowSequence above 3), BadAacNoiselessFlag (layerFlag), BadAacLimit16
- * (audioObjectType above 16), BadAacMaxSfb (maxSfb above 51),
- * BadAacSamplingIndex; then in stream order: BadAacMaxSfb or BadAacPrediction
- * (ics_info), BadAacMaxSfb (long above 51, short above 15),
- * BadAacWindowGroups, and the data errors of the low-complexity decoder
- * (noise bands accepted). */
+ * Statuses: NullPointer (every pointer, the byte pointer, and pIcsInfo
+ * unless layerFlag is 1), BadAacBitOffset, BadAacNoiselessMode (commonWin),
+ * BadAacWindowSequence (windowSequence above 3), BadAacNoiselessFlag
+ * (layerFlag), BadAacLimit16 (audioObjectType above 16), BadAacMaxSfb
+ * (maxSfb above 51), BadAacSamplingIndex; then in stream order: BadAacMaxSfb
+ * or BadAacPrediction (ics_info), BadAacMaxSfb (long above 51, short above
+ * 15), BadAacWindowGroups, and the data errors of the low-complexity decoder
+ * (noise bands accepted; DataError for a section beyond numSwb). */
 NKPAC_API nkpStatus nkpsNoiselessDecode_AAC(nkp8u** ppBitStream, int* pBitOffset, nkpAacMainHeader* pMainHeader,
                                             nkp16u* pDstScaleFactor, nkp32s* pDstSpectrum, nkp8u* pDstSfbCb,
                                             nkp8s* pDstTnsCoef, nkpAacChanInfo* pChanInfo, int windowSequence,
