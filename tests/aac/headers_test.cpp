@@ -71,38 +71,14 @@ TEST_P(Adts, ReadsEveryFieldAsItStands) {
         std::memset(&h, 0x5A, sizeof h);
         ASSERT_EQ(nkpsUnpackADTSFrameHeader_AAC(&p, &h), nkpStatusOk);
         EXPECT_EQ(p - buffer.data(), c.consumed_bytes);
-        const int got[] = {h.id,
-                           h.layer,
-                           h.protectionAbsent,
-                           h.profile,
-                           h.samplingFrequencyIndex,
-                           h.privateBit,
-                           h.channelConfiguration,
-                           h.originalCopy,
-                           h.home,
-                           h.reserved,
-                           h.copyrightIdentificationBit,
-                           h.copyrightIdentificationStart,
-                           h.frameLength,
-                           h.bufferFullness,
-                           h.numRawDataBlocks,
+        // clang-format off
+        const int got[] = {h.id, h.layer, h.protectionAbsent, h.profile, h.samplingFrequencyIndex, h.privateBit,
+                           h.channelConfiguration, h.originalCopy, h.home, h.reserved, h.copyrightIdentificationBit,
+                           h.copyrightIdentificationStart, h.frameLength, h.bufferFullness, h.numRawDataBlocks,
                            h.crcCheck};
-        const int want[] = {1,
-                            2,
-                            c.protection_absent,
-                            1,
-                            11,
-                            1,
-                            6,
-                            1,
-                            0,
-                            0x5A5A5A5A,
-                            1,
-                            0,
-                            4660,
-                            2047,
-                            c.blocks_field + 1,
-                            c.protection_absent ? 0x5A5A5A5A : 0xBEEF};
+        const int want[] = {1, 2, c.protection_absent, 1, 11, 1, 6, 1, 0, 0x5A5A5A5A, 1, 0, 4660, 2047,
+                            c.blocks_field + 1, c.protection_absent ? 0x5A5A5A5A : 0xBEEF};
+        // clang-format on
         EXPECT_EQ(std::vector<int>(got, got + 16), std::vector<int>(want, want + 16));
     }
 }

@@ -285,6 +285,16 @@ void intensity(BitWriter& w) {
     tuple(w, 1, {0, 1, 0, 0});
 }
 
+// The first noise energy is not range-checked: 10 + 0 - 346 = -336, stored
+// as 65200; the scale factor after it (+60) is, and fails.
+void first_noise_energy_unchecked(BitWriter& w) {
+    w.put(10, 8);
+    ics_long(w, 2);
+    sections(w, false, {{13, 1}, {1, 1}});
+    w.put(0, 9);
+    sf(w, 60);
+}
+
 void shared_accumulator_below_0(BitWriter& w) {
     w.put(50, 8);
     ics_long(w, 3);
@@ -405,65 +415,39 @@ void beyond_num_swb(BitWriter& w) {
 
 const std::vector<int> zeros8(8, 0);
 
+// clang-format off
 const RuleCase kRuleCases[] = {
     {"max_sfb_0_zero_spectrum", kLc, max_sfb_0, nkpStatusOk, -1, {}, zeros8},
     {"max_sfb_0_general", kGeneral, max_sfb_0, nkpStatusOk, -1, {}, zeros8},
     {"section_31_31_3_is_65_bands", kLc, overlong_section, nkpStatusBadAacSectionData, kHead + 19, {}, {kUnwritten}},
     {"zero_length_section", kGeneral, zero_length_section, nkpStatusBadAacSectionData, kHead + 9, {}, {}},
     {"sections_past_max_sfb", kLc, sections_past_max_sfb, nkpStatusBadAacSectionData, kHead + 18, {}, {}},
-    {"noise_energy_shares_the_accumulator",
-     kGeneral,
-     noise_then_scale_factor,
-     nkpStatusOk,
-     -1,
-     {10, 11, 7},
+    {"noise_energy_shares_the_accumulator", kGeneral, noise_then_scale_factor, nkpStatusOk, -1, {10, 11, 7},
      {0, 0, 0, 0, 1, 0, 0, -1, 0}},
-    {"noise_band_refused_by_low_complexity",
-     kLc,
-     noise_then_scale_factor,
-     nkpStatusBadAacCodebook,
-     kHead + 3 * 9,
-     {0xA5A5},
-     {kUnwritten}},
-    {"intensity_positions_own_accumulator",
-     kLc,
-     intensity,
-     nkpStatusOk,
-     -1,
-     {65526, 95, 65529},
+    {"noise_band_refused_by_low_complexity", kLc, noise_then_scale_factor, nkpStatusBadAacCodebook, kHead + 3 * 9,
+     {0xA5A5}, {kUnwritten}},
+    {"first_noise_energy_unchecked", kGeneral, first_noise_energy_unchecked, nkpStatusBadAacScaleFactor, -1,
+     {65200, 0xA5A5}, {kUnwritten}},
+    {"intensity_positions_own_accumulator", kLc, intensity, nkpStatusOk, -1, {65526, 95, 65529},
      {0, 0, 0, 0, 0, 1, 0, 0}},
-    {"shared_accumulator_below_0",
-     kGeneral,
-     shared_accumulator_below_0,
-     nkpStatusBadAacScaleFactor,
-     -1,
-     {4, 1, 0xA5A5},
-     {kUnwritten}},
+    {"shared_accumulator_below_0", kGeneral, shared_accumulator_below_0, nkpStatusBadAacScaleFactor, -1,
+     {4, 1, 0xA5A5}, {kUnwritten}},
     {"scale_factor_above_255", kLc, scale_factor_above_255, nkpStatusBadAacScaleFactor, -1, {255, 0xA5A5}, {}},
     {"book_12_in_scale_factors", kGeneral, book_12, nkpStatusBadAacCodebook, -1, {102, 0xA5A5}, {kUnwritten}},
-    {"escape_prefix_of_nine_ones",
-     kLc,
-     escape_prefix_too_long,
-     nkpStatusBadAacQuantValue,
-     -1 - 14,
-     {},
+    {"escape_prefix_of_nine_ones", kLc, escape_prefix_too_long, nkpStatusBadAacQuantValue, -1 - 14, {},
      {-16, 3, kUnwritten, kUnwritten}},
     {"escape_lengths", kLc, escape_lengths, nkpStatusOk, -1, {}, {31, -8191, 16, -5, 0}},
     {"pulses_add_to_positive_subtract_otherwise", kLc, pulses, nkpStatusOk, -1, {}, {0, 0, 0, 0, 4, -5, 1, -3, 0}},
     {"pulse_reaching_line_1024", kLc, pulse_beyond_the_frame, nkpStatusBadAacPulseData, -1, {}, {}},
     {"pulse_start_band_52", kLc, pulse_start_52, nkpStatusBadAacPulseData, kHead + 3 + 6, {}, {kUnwritten}},
-    {"pulse_start_band_at_num_swb",
-     kGeneral,
-     pulse_start_at_num_swb,
-     nkpStatusBadAacPulseData,
-     kHead + 9 + 18,
-     {},
+    {"pulse_start_band_at_num_swb", kGeneral, pulse_start_at_num_swb, nkpStatusBadAacPulseData, kHead + 9 + 18, {},
      {kUnwritten}},
-    {"pulse_with_short_windows", kLc, pulse_with_short_windows, nkpStatusBadAacPulseData, 8 + 15 + 8 * 0 + 1, {}, {}},
+    {"pulse_with_short_windows", kLc, pulse_with_short_windows, nkpStatusBadAacPulseData, 8 + 15 + 1, {}, {}},
     {"gain_control", kGeneral, gain_control, nkpStatusBadAacGainControl, kHead + 3, {}, {kUnwritten}},
     {"tns_order_13", kLc, tns_order_13, nkpStatusBadAacTnsOrder, kHead + 2 + 2 + 1 + 6 + 5, {}, {kUnwritten}},
     {"max_sfb_above_num_swb_low_complexity", kLc, beyond_num_swb, nkpStatusBadAacMaxSfb, kHead, {}, {kUnwritten}},
 };
+// clang-format on
 
 INSTANTIATE_TEST_SUITE_P(Cases, Rules, ::testing::ValuesIn(kRuleCases),
                          [](const ::testing::TestParamInfo<RuleCase>& i) { return std::string(i.param.name); });

@@ -359,24 +359,14 @@ void walk_adts(const std::vector<uint8_t>& file, int object_type, Totals& totals
         std::memset(&h, 0x5A, sizeof h);
         ASSERT_EQ(nkpsUnpackADTSFrameHeader_AAC(&p, &h), nkpStatusOk);
         EXPECT_EQ(p - buffer.data(), f.protection_absent ? 7 : 9);
-        const int want[] = {f.id,       f.layer,         f.protection_absent, f.profile,
-                            f.sfi,      f.private_bit,   f.channel_config,    f.original,
-                            f.home,     f.copyright_bit, f.copyright_start,   f.frame_length,
-                            f.fullness, f.blocks};
-        const int got[] = {h.id,
-                           h.layer,
-                           h.protectionAbsent,
-                           h.profile,
-                           h.samplingFrequencyIndex,
-                           h.privateBit,
-                           h.channelConfiguration,
-                           h.originalCopy,
-                           h.home,
-                           h.copyrightIdentificationBit,
-                           h.copyrightIdentificationStart,
-                           h.frameLength,
-                           h.bufferFullness,
-                           h.numRawDataBlocks};
+        // clang-format off
+        const int want[] = {f.id, f.layer, f.protection_absent, f.profile, f.sfi, f.private_bit, f.channel_config,
+                            f.original, f.home, f.copyright_bit, f.copyright_start, f.frame_length, f.fullness,
+                            f.blocks};
+        const int got[] = {h.id, h.layer, h.protectionAbsent, h.profile, h.samplingFrequencyIndex, h.privateBit,
+                           h.channelConfiguration, h.originalCopy, h.home, h.copyrightIdentificationBit,
+                           h.copyrightIdentificationStart, h.frameLength, h.bufferFullness, h.numRawDataBlocks};
+        // clang-format on
         EXPECT_EQ(std::vector<int>(got, got + 14), std::vector<int>(want, want + 14));
         EXPECT_EQ(h.reserved, 0x5A5A5A5A);
         ASSERT_EQ(f.blocks, 1);
