@@ -627,48 +627,24 @@ TEST(LayerMode, WindowFromTheArgumentsAndMainHeaderWithoutSideData) {
 
 // ---- window information read by the decoders ---------------------------------------
 
-TEST(DecoderIcsInfo, Mpeg4LtpOfOneChannelAndPredictionFlags) {
-    // LTP object type: ltp data of channel 0 only.
-    BitWriter w;
-    w.put(100, 8);
-    w.put(0, 1).put(0, 2).put(0, 1).put(2, 6).put(1, 1);
-    w.put(1, 1).put(1234, 11).put(6, 3).put(1, 1).put(0, 1);
-    sections(w, false, {{0, 2}});
-    no_side_data(w);
-    Options o;
-    o.decoder = kGeneral;
-    o.object_type = 4;
-    Decoded d = decode(w, o);
-    ASSERT_EQ(d.status, nkpStatusOk);
-    EXPECT_EQ(d.consumed, static_cast<long>(w.bit_count()));
-    EXPECT_EQ(d.main.ltpInfo[0].ltpLag, 1234);
-    EXPECT_EQ(d.main.ltpInfo[0].ltpCoef, 19572);
-    EXPECT_EQ(std::vector<int>(d.main.ltpInfo[0].ltpLongUsed, d.main.ltpInfo[0].ltpLongUsed + 3),
-              (std::vector<int>{1, 0, 0}));
-    EXPECT_EQ(d.main.ltpInfo[1].ltpDataPresent, 0);
-    EXPECT_EQ(d.main.maxSfb, 2);
-
-    // Main object type: prediction flags below min(max_sfb, predSfbMax).
+// What the real streams cannot show: the decoder's refusal of a prediction
+// limit above 41 after the reset fields, and the low-complexity decoder
+// reading a predictor flag with its reset fields and no band flags.
+TEST(DecoderIcsInfo, PredictionLimitAndLowComplexityPredictorFlag) {
     BitWriter m;
     m.put(100, 8);
     m.put(0, 1).put(0, 2).put(0, 1).put(3, 6).put(1, 1).put(1, 1).put(21, 5).put(1, 1).put(0, 1);
     sections(m, false, {{0, 3}});
     no_side_data(m);
+    Options o;
+    o.decoder = kGeneral;
     o.object_type = 1;
-    o.pred_sfb_max = 2;
-    d = decode(m, o);
-    ASSERT_EQ(d.status, nkpStatusOk);
-    EXPECT_EQ(d.consumed, static_cast<long>(m.bit_count()));
-    EXPECT_EQ(d.ics.predictorResetGroupNumber, 21);
-    EXPECT_EQ(d.ics.predictionUsed[0], 1);
-    EXPECT_EQ(d.ics.predictionUsed[1], 0);
-    EXPECT_EQ(d.ics.predictionUsed[2], 0x5A) << "not beyond the limit";
-    // A limit outside 0..41 refuses the prediction data after the reset fields.
     o.pred_sfb_max = 42;
-    d = decode(m, o);
+    Decoded d = decode(m, o);
     EXPECT_EQ(d.status, nkpStatusBadAacPrediction);
     EXPECT_EQ(d.consumed, 8 + 11 + 1 + 5);
-    // The low-complexity decoder reads the flag and reset fields and no band flags.
+    EXPECT_EQ(d.ics.predictorResetGroupNumber, 21);
+
     BitWriter lc;
     lc.put(100, 8);
     lc.put(0, 1).put(0, 2).put(0, 1).put(3, 6).put(1, 1).put(0, 1);
@@ -679,29 +655,7 @@ TEST(DecoderIcsInfo, Mpeg4LtpOfOneChannelAndPredictionFlags) {
     EXPECT_EQ(d.consumed, static_cast<long>(lc.bit_count()));
     EXPECT_EQ(d.ics.predictorDataPresent, 1);
     EXPECT_EQ(d.ics.predictorReset, 0);
-}
-
-TEST(DecoderTns, FiltersGoToTheChannelRecordAndCoefficientBuffer) {
-    BitWriter w;
-    w.put(100, 8);
-    ics_short(w, 0, 0x7F);
-    w.put(0, 1).put(1, 1);
-    for (int win = 0; win < 8; ++win) {
-        w.put(win == 6, 1);
-        if (win == 6) w.put(1, 1).put(11, 4).put(2, 3).put(1, 1).put(0, 1).put(0xF, 4).put(0x7, 4);
-    }
-    w.put(0, 1);
-    const Decoded d = decode(w);
-    ASSERT_EQ(d.status, nkpStatusOk);
-    EXPECT_EQ(d.consumed, static_cast<long>(w.bit_count()));
-    EXPECT_EQ(d.ci.tnsDataPresent, 1);
-    EXPECT_EQ(std::vector<int>(d.ci.nFilt, d.ci.nFilt + 8), (std::vector<int>{0, 0, 0, 0, 0, 0, 1, 0}));
-    EXPECT_EQ(d.ci.coefRes[6], 4);
-    EXPECT_EQ(d.ci.length[0], 11);
-    EXPECT_EQ(d.ci.order[0], 2);
-    EXPECT_EQ(d.ci.direction[0], 1);
-    EXPECT_EQ(std::vector<int>(d.tns.begin(), d.tns.begin() + 3), (std::vector<int>{-1, 7, 0x5A}));
-    EXPECT_EQ(d.spectrum, std::vector<nkp32s>(1024, 0));
+    EXPECT_EQ(d.ics.predictionUsed[0], 0x5A) << "no band flags with limit 0";
 }
 
 // ---- the largest stream ----------------------------------------------------------------
