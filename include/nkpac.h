@@ -126,7 +126,8 @@ enum {
     nkpStatusBadAacPceCount = -167,
     nkpStatusBadMP3SideInfo = -170,
     nkpStatusBadMP3FrameHeader = -171,
-    nkpStatusBadBitOffset = -193
+    nkpStatusBadBitOffset = -193,
+    nkpStatusAacNotSupported = -9999 /* the AAC main-layer header's unsupported mode */
 };
 
 /* ---- Version ---------------------------------------------------------- */
@@ -599,6 +600,405 @@ NKPAC_API nkpStatus nkpsSynthesisFilter_MP3_32s16s(const nkp32s* pSrc, nkp16s* p
 
 /* ---- AAC: stream headers, side elements and channel streams ------------- */
 /* NKPAC-SECTION aac-stream */
+/*
+ * AAC stream readers: the ADTS and ADIF headers, the raw data block's side
+ * elements (program configuration, data stream, fill), the extension- and
+ * main-layer headers of a two-layer stream, the channel pair element's
+ * header, and the noiseless decoding of one individual channel stream into
+ * scale factors, band code books and quantised spectral lines.
+ *
+ * The caller drives the stream: it finds the frames, reads each element's
+ * 3-bit identifier (and, for SCE, CPE and LFE, the 4-bit instance tag)
+ * itself and calls the reader of that element, which starts right behind
+ * them. No reader searches for a sync word, checks a CRC or keeps state.
+ *
+ * Records hold one signed 32-bit word per stream field with the field's
+ * unsigned value, right-aligned, unless a comment says otherwise; arrays are
+ * sized to the largest count their count field can express. A field that the
+ * stream does not carry in a given case is left as the caller had it, unless
+ * its comment says it is cleared. Window sequences: 0 only-long, 1
+ * long-start, 2 eight-short, 3 long-stop (only 2 changes the syntax).
+ *
+ * Statuses: each function lists its codes in the order it checks them. The
+ * pointer check covers the byte pointer inside ppBitStream too; the bit
+ * offset must be 0..7 (nkpStatusBadAacBitOffset). A failure found in the
+ * data stops the reader at once: fields, output lines and the cursor stay as
+ * far as they got.
+ *
+ * Read slack: the readers fetch aligned 32-bit big-endian words and read no
+ * further than the end of the aligned word after the one that holds the last
+ * bit they consume, i.e. at most 7 bytes past the byte of that bit (and from
+ * the start of the aligned word holding the first bit, up to 3 bytes before
+ * the cursor). Keep 8 readable bytes after the data. No reader takes the
+ * data's length: a truncated or corrupt element is read on into whatever
+ * follows it, but only so far; each function states its bound ("reads at
+ * most N bytes": the cursor's byte and the N - 1 after it, slack included),
+ * so a caller can size a buffer of untrusted data.
+ */
+
+/* ADTS frame header. */
+typedef struct {
+    nkp32s id;                           /* 1 bit: 0 MPEG-4, 1 MPEG-2 */
+    nkp32s layer;                        /* 2 bits */
+    nkp32s protectionAbsent;             /* 1 bit: 0 means a CRC word follows */
+    nkp32s profile;                      /* 2 bits: audio object type - 1 */
+    nkp32s samplingFrequencyIndex;       /* 4 bits */
+    nkp32s privateBit;
+    nkp32s channelConfiguration;         /* 3 bits; 0: the layout is in a PCE */
+    nkp32s originalCopy;
+    nkp32s home;
+    nkp32s reserved;                     /* never written */
+    nkp32s copyrightIdentificationBit;
+    nkp32s copyrightIdentificationStart;
+    nkp32s frameLength;                  /* 13 bits: the frame in bytes, header included */
+    nkp32s bufferFullness;               /* 11 bits */
+    nkp32s numRawDataBlocks;             /* the 2-bit field plus one: 1..4 raw data blocks */
+    nkp32s crcCheck;                     /* 16 bits; written only when protectionAbsent is 0 */
+} nkpAacAdtsHeader;
+
+/* Program configuration element. Only the first `count` entries of each
+ * array are written. */
+typedef struct {
+    nkp32s elementInstanceTag;           /* 4 bits */
+    nkp32s profile;                      /* 2 bits */
+    nkp32s samplingFrequencyIndex;       /* 4 bits */
+    nkp32s numFrontElt;                  /* 4 bits */
+    nkp32s numSideElt;                   /* 4 bits */
+    nkp32s numBackElt;                   /* 4 bits */
+    nkp32s numLfeElt;                    /* 2 bits */
+    nkp32s numAssocDataElt;              /* 3 bits */
+    nkp32s numValidCcElt;                /* 4 bits */
+    nkp32s monoMixdownPresent;
+    nkp32s monoMixdownEltNumber;         /* cleared, then read when present */
+    nkp32s stereoMixdownPresent;
+    nkp32s stereoMixdownEltNumber;       /* cleared, then read when present */
+    nkp32s matrixMixdownIdxPresent;
+    nkp32s matrixMixdownIdx;             /* 2 bits; cleared, then read when present */
+    nkp32s pseudoSurroundEnable;         /* cleared, then read with matrixMixdownIdx */
+    nkp32s frontEltIsCpe[16];
+    nkp32s frontEltTagSelect[16];
+    nkp32s sideEltIsCpe[16];
+    nkp32s sideEltTagSelect[16];
+    nkp32s backEltIsCpe[16];
+    nkp32s backEltTagSelect[16];
+    nkp32s lfeEltTagSelect[4];
+    nkp32s assocDataEltTagSelect[8];
+    nkp32s ccEltIsIndSw[16];
+    nkp32s validCcEltTagSelect[16];
+    nkp32s commentFieldBytes;            /* 0..255 */
+    nkp8u commentFieldData[255];
+} nkpAacPrgCfgElt;
+
+/* ADIF header. */
+typedef struct {
+    nkp32u adifId;                       /* 32 bits ("ADIF"; not compared) */
+    nkp32s copyrightIdPresent;
+    nkp32s originalCopy;
+    nkp32s home;
+    nkp32s bitstreamType;                /* 0 constant rate, 1 variable rate */
+    nkp32s bitrate;                      /* 23 bits */
+    nkp32s numPrgCfgElt;                 /* the 4-bit field plus one: 1..16 */
+    nkp32s adifBufferFullness[16];       /* 20 bits; entry i only with bitstreamType 0 */
+    nkp8u copyrightId[9];                /* only when copyrightIdPresent is 1 */
+} nkpAacAdifHeader;
+
+/* TNS data of one channel (64 words). Filters are stored compactly: walk the
+ * windows (8 for eight short windows, else 1), each window's nFilt filters,
+ * taking length and order for every filter, and a direction and `order`
+ * coefficients only for filters whose order is not 0. */
+typedef struct {
+    nkp32s tnsDataPresent;
+    nkp32s nFilt[8];       /* filters per window (2 bits long, 1 bit each short window) */
+    nkp32s coefRes[8];     /* coef_res + 3 (3 or 4), only for windows with filters */
+    nkp32s length[8];      /* per filter in stream order (6 bits long, 4 bits short) */
+    nkp32s order[8];       /* per filter (5 bits long, 3 bits short) */
+    nkp32s direction[16];  /* per filter of non-zero order */
+    nkp8s coef[60];        /* all coefficients, each sign-extended from its width
+                              coefRes - coef_compress (2..4 bits) */
+} nkpAacTnsData;
+
+/* Extension-layer header of a two-layer stream. */
+typedef struct {
+    nkp32s msMaskPresent;       /* 2 bits; only with the stereo switch */
+    nkp32s maxSfb;              /* 6 bits long, 4 bits eight short windows */
+    nkp8u* pMsUsed;             /* set by the caller: 4 x 60 bytes, M/S flag per band, 60 per group */
+    nkpAacTnsData tnsData[2];
+    nkp32s bandFlags[2][51];    /* per channel, compact: entry k belongs to the k-th band read */
+} nkpAacExtensionHeader;
+
+/* Window information of one channel or of a common window. */
+typedef struct {
+    nkp32s icsReservedBit;
+    nkp32s windowSequence;            /* 2 bits */
+    nkp32s windowShape;               /* 1 bit */
+    nkp32s maxSfb;                    /* 6 bits long (at most 51), 4 bits short */
+    nkp32s scaleFactorGrouping;       /* 7 bits, eight short windows only */
+    nkp32s predictorDataPresent;      /* cleared first; read for long windows */
+    nkp32s predictorReset;            /* cleared for long windows, then read with prediction */
+    nkp32s predictorResetGroupNumber; /* 5 bits, when predictorReset is 1 */
+    nkp8u predictionUsed[41];         /* per band below the prediction limit */
+    nkp32s numWindowGroups;           /* 1..8 */
+    nkp32s windowGroupLength[8];      /* windows per group; long: group 0 of length 1 */
+} nkpAacIcsInfo;
+
+/* Channel pair element header. */
+typedef struct {
+    nkp32s commonWindow;
+    nkp32s msMaskPresent;             /* 2 bits */
+    nkp8u msUsed[8 * 60];             /* M/S flag per band, 60 bytes per window group */
+} nkpAacCpeInfo;
+
+/* Long-term prediction side data of one channel (88 words). The LTP reader
+ * writes the fields the stream carries; only the main-layer header clears
+ * the whole record first. */
+typedef struct {
+    nkp32s ltpDataPresent;
+    nkp32s ltpLag;                    /* 11 bits */
+    nkp16s ltpCoef;                   /* the coefficient in Q14 (9352 .. 22438) */
+    nkp16s ltpCoefHigh;               /* the upper half of ltpCoef's word: not read from the stream */
+    nkp32s ltpLongDataPresent;        /* long windows: a copy of ltpDataPresent */
+    nkp32s ltpLongUsed[40];           /* per band 0..39 */
+    nkp32s ltpShortUsed[8];           /* per short window */
+    nkp32s ltpShortLagPresent[8];
+    nkp32s ltpShortLag[8];            /* lag of each used short window */
+    nkp32s reserved[20];              /* not read from the stream */
+} nkpAacLtpInfo;
+
+/* Main-layer header of a two-layer stream; also the LTP destination of the
+ * MPEG-4 channel readers. */
+typedef struct {
+    nkp32s windowSequence;
+    nkp32s windowShape;
+    nkp32s maxSfb;
+    nkp32s scaleFactorGrouping;
+    nkp32s numWindowGroups;
+    nkp32s windowGroupLength[8];
+    nkp32s msMaskPresent;             /* 2 bits */
+    nkp8u* pMsUsed;                   /* set by the caller: 8 x 60 bytes */
+    nkpAacTnsData tnsData[2];
+    nkpAacLtpInfo ltpInfo[2];
+} nkpAacMainHeader;
+
+/* Per-channel record of the noiseless decoders. */
+typedef struct {
+    nkp32s reserved0[2];              /* neither read nor written */
+    nkp32s samplingFrequencyIndex;    /* in: 0..11 */
+    nkp32s predSfbMax;                /* in: bands that may carry prediction flags (0 for
+                                         the low-complexity decoder) */
+    nkp32s reserved1;                 /* neither read nor written */
+    nkp32s frameLength;               /* out: 1024, or 128 for eight short windows */
+    nkp32s numWindows;                /* out: 1 or 8 */
+    nkp32s numSwb;                    /* out: bands of the window length at this rate */
+    nkp32s globalGain;                /* out: 8 bits */
+    nkp32s pulseDataPresent;          /* out */
+    nkp32s tnsDataPresent;            /* out */
+    nkp32s gainControlDataPresent;    /* out */
+    nkpAacIcsInfo* pIcsInfo;          /* in: the channel's window information */
+    nkp8u sectCb[120];                /* out: code book of each section, groups one after another */
+    nkp8u sectEnd[120];               /* out: end band (exclusive) of each section */
+    nkp32s numSec[8];                 /* out: sections per group */
+    nkp32s nFilt[8];                  /* out: the TNS filters, as in nkpAacTnsData */
+    nkp32s coefRes[8];
+    nkp32s length[8];
+    nkp32s order[8];
+    nkp32s direction[16];
+} nkpAacChanInfo;
+
+/* Reads a 7-byte ADTS header (9 bytes when protectionAbsent is 0: the CRC
+ * word, not verified) starting at bit 0 of *ppBitStream, and advances the
+ * pointer by 7 or 9 bytes. The sync word is skipped, not compared, and no
+ * field is checked. Reads at most 16 bytes.
+ * Statuses: NullPointer. */
+NKPAC_API nkpStatus nkpsUnpackADTSFrameHeader_AAC(nkp8u** ppBitStream, nkpAacAdtsHeader* pAdtsHeader);
+
+/* Reads an ADIF header starting at bit 0 of *ppBitStream with its
+ * numPrgCfgElt program configuration elements into pPrgCfgElt[0..], and
+ * advances the pointer past the last one (a PCE ends byte-aligned). The
+ * header's fields and the PCEs follow each other without alignment, as in
+ * the stream. prgCfgEltMax is the capacity of pPrgCfgElt, 1..16.
+ * Reads at most 4,936 bytes (16 PCEs with full comments).
+ * Statuses: NullPointer; BadAacPceCount (capacity outside 1..16, before
+ * reading; or the stream declares more PCEs than the capacity, after the
+ * fixed fields: those stay written and the pointer is left on the byte
+ * reached). */
+NKPAC_API nkpStatus nkpsUnpackADIFHeader_AAC(nkp8u** ppBitStream, nkpAacAdifHeader* pAdifHeader,
+                                             nkpAacPrgCfgElt* pPrgCfgElt, int prgCfgEltMax);
+
+/* Reads a program configuration element (after its identifier): the fixed
+ * fields, the element lists, byte alignment (relative to the buffer's bytes)
+ * and the comment. Reads at most 312 bytes.
+ * Statuses: NullPointer, BadAacBitOffset. */
+NKPAC_API nkpStatus nkpsDecodePrgCfgElt_AAC(nkp8u** ppBitStream, int* pBitOffset, nkpAacPrgCfgElt* pPrgCfgElt);
+
+/* Reads a data stream element (after its identifier): tag, align flag,
+ * count (8 bits, plus 8 more when it is 255: 0..510), byte alignment when
+ * flagged, then the payload into pDataElt, which must hold 510 bytes.
+ * Reads at most 521 bytes.
+ * Statuses: NullPointer, BadAacBitOffset. */
+NKPAC_API nkpStatus nkpsDecodeDatStrElt_AAC(nkp8u** ppBitStream, int* pBitOffset, int* pDataTag, int* pDataCnt,
+                                            nkp8u* pDataElt);
+
+/* Reads a fill element (after its identifier): count (4 bits; 15 means
+ * 15 + the next 8 bits - 1: 0..269), then that many bytes, unparsed (the
+ * extension type nibble included), into pFillElt, which must hold 269 bytes.
+ * Reads at most 279 bytes.
+ * Statuses: NullPointer, BadAacBitOffset. */
+NKPAC_API nkpStatus nkpsDecodeFillElt_AAC(nkp8u** ppBitStream, int* pBitOffset, int* pFillCnt, nkp8u* pFillElt);
+
+/* Reads the extension-layer header of a two-layer stream: max_sfb; with the
+ * stereo switch, msMaskPresent and (value 1) the M/S flags of bands
+ * startBand..maxSfb-1 into pMsUsed[g * 60 + band] for one group (long) or
+ * four groups (eight short windows, always four); with the TNS switch,
+ * tnsDataPresent and TNS data of both channels (the records are not cleared
+ * first, and an over-long filter order ends that channel's TNS data early
+ * without failing: reading goes on after the order field); with the stereo
+ * and band-flags switches, per channel either 8 window flags (eight short
+ * windows, startBand 0 only) or one flag for each band from startBand to
+ * min(bandLimit, maxSfb) - 1 whose group-0 M/S flag is 0, stored compactly.
+ * pExtHeader->pMsUsed (240 bytes) is required when the stereo switch is 1.
+ * Reads at most 97 bytes.
+ * Statuses: NullPointer (pMsUsed included when needed), BadAacBitOffset,
+ * BadAacHeaderFlag (tnsSwitch), BadAacExtFlag2 (stereoSwitch),
+ * BadAacExtFlag3 (bandFlagsSwitch), BadAacMaxSfb (startBand or bandLimit
+ * outside 0..51), BadAacWindowSequence (above 3); then BadAacMaxSfb for a
+ * 6-bit max_sfb above 60 (the field stays written). */
+NKPAC_API nkpStatus nkpsDecodeExtensionHeader_AAC(nkp8u** ppBitStream, int* pBitOffset,
+                                                  nkpAacExtensionHeader* pExtHeader, int tnsSwitch,
+                                                  int stereoSwitch, int bandFlagsSwitch, int startBand,
+                                                  int bandLimit, int windowSequence);
+
+/* Reads a channel pair element's header (after identifier and tag):
+ * common_window; if 1, the ics_info into pIcsInfo with prediction flags for
+ * bands below min(maxSfb, predSfbMax) (entries from there up to predSfbMax
+ * cleared), then msMaskPresent and, when it is 1, one M/S flag per group and
+ * band below maxSfb into msUsed[g * 60 + band] (values 0, 2 and 3 leave
+ * msUsed as it was). Reads at most 26 bytes.
+ * Statuses: NullPointer, BadAacBitOffset, BadAacPrediction (predSfbMax
+ * outside 0..41); BadAacMaxSfb (a long window's max_sfb above 51). */
+NKPAC_API nkpStatus nkpsDecodeChanPairElt_AAC(nkp8u** ppBitStream, int* pBitOffset, nkpAacIcsInfo* pIcsInfo,
+                                              nkpAacCpeInfo* pCpeInfo, int predSfbMax);
+
+/* As nkpsDecodeChanPairElt_AAC with the MPEG-4 ics_info: first the
+ * ltpDataPresent words of both pMainHeader->ltpInfo are cleared; a long
+ * window's predictor flag then means prediction for audio object type 1
+ * (predSfbMax must then lie in 0..41: BadAacPrediction after the reset
+ * fields), and LTP for any other type: windowSequence and maxSfb are copied
+ * into pMainHeader, and ltp_data_present with the LTP data of channel 0 and
+ * of channel 1 are read into its ltpInfo. Reads at most 30 bytes.
+ * Statuses: NullPointer, BadAacBitOffset, BadAacMaxSfb (predSfbMax outside
+ * 0..51); BadAacMaxSfb or BadAacPrediction from the ics_info. */
+NKPAC_API nkpStatus nkpsDecodeChanPairElt_MP4_AAC(nkp8u** ppBitStream, int* pBitOffset, nkpAacIcsInfo* pIcsInfo,
+                                                  nkpAacCpeInfo* pCpeInfo, nkpAacMainHeader* pMainHeader,
+                                                  int predSfbMax, int audioObjectType);
+
+/* Reads the main-layer header of a two-layer stream: window sequence and
+ * shape, max_sfb (not range-checked) and grouping (long: one group of length
+ * 1, the other seven lengths cleared); with two channels msMaskPresent and
+ * the M/S flags into pMainHeader->pMsUsed (1: read; 2: all set; 0, 3: all
+ * cleared, for every group and band below maxSfb; pMsUsed, 480 bytes, is
+ * required for two channels); then per channel the cleared TNS record with
+ * tnsDataPresent and the TNS data (an over-long order ends it without
+ * failing) and the cleared LTP record with ltpDataPresent and the LTP data.
+ * The whole record is read even when unsupportedMode is 1, which marks a
+ * stream this library cannot decode further: the status is then
+ * nkpStatusAacNotSupported. Reads at most 120 bytes.
+ * Statuses: NullPointer (pMsUsed included with two channels),
+ * BadAacBitOffset, BadAacElementChannels (channels not 1 or 2),
+ * BadAacHeaderFlag (unsupportedMode not 0 or 1); AacNotSupported. */
+NKPAC_API nkpStatus nkpsDecodeMainHeader_AAC(nkp8u** ppBitStream, int* pBitOffset, nkpAacMainHeader* pMainHeader,
+                                             int channels, int unsupportedMode);
+
+/*
+ * Noiseless decoding of one individual channel stream (after an SCE's or
+ * LFE's tag, or for each channel of a CPE after its header): global gain,
+ * ics_info where the element has no common window, section data, scale
+ * factors, pulse, TNS and gain-control data, and the Huffman-coded spectrum.
+ *
+ * Caller buffers:
+ *  - pDstScaleFactor, 8 * 51 values, maxSfb per window group, group after
+ *    group: the scale factor (code books 1..11), the noise energy (13), the
+ *    intensity position (14, 15; two's complement in 16 bits), 0 (book 0).
+ *    Scale factors and noise energies share one accumulator, which starts
+ *    at the global gain: the first noise band sets it to globalGain - 346 +
+ *    its 9-bit value (no range check), later bands of either kind add their
+ *    difference, and a result outside 0..255 gives BadAacScaleFactor (the
+ *    band's value is not stored). Intensity positions have their own
+ *    accumulator from 0, without range check. Code book 12 gives
+ *    BadAacCodebook.
+ *  - pDstSpectrum, 1024 values: group g takes windowGroupLength[g] * (128 or
+ *    1024) lines; in a group the bands follow in order, each with its lines
+ *    for all the group's windows one window after another (the stream's
+ *    interleaved order). Lines of code books 0, 13, 14, 15 and lines above
+ *    the last section are 0. A quantised value's magnitude is at most 8191
+ *    (escape prefix of at most 8 one bits: a ninth one gives
+ *    BadAacQuantValue, the cursor after it, and nothing of that pair
+ *    stored); pulses are added after decoding (to a line that is not
+ *    positive, zero included, the amplitude is subtracted).
+ *  - pDstSfbCb, 8 * 51 bytes, maxSfb per group: each band's code book. A
+ *    section that runs past maxSfb writes its code book for all its bands
+ *    (at most 134 bytes in all) before BadAacSectionData.
+ *  - pDstTnsCoef, 60 bytes: the TNS coefficients, as in nkpAacTnsData.
+ *
+ * A section of length 0 gives BadAacSectionData (after its code book and
+ * length fields). A section's length fields continue after an escape value
+ * (31 long, 7 short) as long as the running end has not passed maxSfb.
+ * Pulse data: a start band above 51 stops at once, one not below numSwb
+ * after the pulse data; a pulse that reaches line 1024 stops after the
+ * pulses before it were added (both BadAacPulseData).
+ *
+ * Window information given by the caller (pIcsInfo with commonWin 1, or the
+ * layer mode of nkpsNoiselessDecode_AAC) is checked before use: a window
+ * sequence other than 2 counts as long; a long window needs one group of
+ * length 1, eight short windows 1..8 groups of lengths 1..8 that add up to 8
+ * (else BadAacWindowGroups).
+ *
+ * Read slack: the stream buffer must be readable to the end of the aligned
+ * word after the one holding the last bit decoded (at most 7 bytes past its
+ * byte). On corrupt data a call reads at most 3,577 bytes.
+ */
+
+/* Low-complexity profile. pChanInfo->samplingFrequencyIndex (0..11) and
+ * predSfbMax (0) are inputs, pChanInfo->pIcsInfo the channel's window
+ * information: with commonWin 0 the ics_info is read into it (a predictor
+ * flag is read with its reset fields and no band flags), with commonWin 1 it
+ * is used as the caller filled it (nkpsDecodeChanPairElt_AAC). Code book 13
+ * (noise substitution) is refused; use nkpsNoiselessDecode_AAC for it.
+ * Statuses: NullPointer (every pointer, the byte pointer and pIcsInfo),
+ * BadAacBitOffset, BadAacNoiselessMode (commonWin not 0 or 1),
+ * BadAacSamplingIndex, BadAacPrediction (predSfbMax not 0); then in stream
+ * order: BadAacMaxSfb (above 51, or above numSwb), BadAacWindowGroups (the
+ * caller's groups), BadAacSectionData, BadAacCodebook or BadAacScaleFactor
+ * (scale factors: code book 12 or 13), BadAacPulseData (with eight short
+ * windows, or a bad start band), BadAacTnsOrder, BadAacGainControl (gain
+ * control present), DataError (a section beyond numSwb; max_sfb's check
+ * keeps it from happening here), BadAacCodebook or BadAacQuantValue
+ * (spectrum), BadAacPulseData (pulse position). */
+NKPAC_API nkpStatus nkpsNoiselessDecoder_LC_AAC(nkp8u** ppBitStream, int* pBitOffset, int commonWin,
+                                                nkpAacChanInfo* pChanInfo, nkp16u* pDstScaleFactor,
+                                                nkp32s* pDstSpectrum, nkp8u* pDstSfbCb, nkp8s* pDstTnsCoef);
+
+/* General form for the MPEG-2 and MPEG-4 object types (audioObjectType
+ * 0..16), with noise substitution. With layerFlag 1 (second layer of a
+ * two-layer stream) windowSequence and maxSfb are the arguments, the window
+ * groups those of pMainHeader, and there are no pulse, TNS or gain-control
+ * fields. With layerFlag 0 and commonWin 0 the MPEG-4 ics_info is read into
+ * pChanInfo->pIcsInfo (prediction limit pChanInfo->predSfbMax for object
+ * type 1, else LTP data of one channel into pMainHeader->ltpInfo[0]); with
+ * commonWin 1 the caller's pIcsInfo is used. maxSfb is not compared with
+ * numSwb: a section beyond numSwb gives DataError when the spectrum reaches
+ * it. Eight short windows take at most 15 bands.
+ * Statuses: NullPointer (every pointer, the byte pointer, and pIcsInfo
+ * unless layerFlag is 1), BadAacBitOffset, BadAacNoiselessMode (commonWin),
+ * BadAacWindowSequence (windowSequence above 3), BadAacNoiselessFlag
+ * (layerFlag), BadAacLimit16 (audioObjectType above 16), BadAacMaxSfb
+ * (maxSfb above 51), BadAacSamplingIndex; then in stream order: BadAacMaxSfb
+ * or BadAacPrediction (ics_info), BadAacMaxSfb (long above 51, short above
+ * 15), BadAacWindowGroups, and the data errors of the low-complexity decoder
+ * (noise bands accepted; DataError for a section beyond numSwb). */
+NKPAC_API nkpStatus nkpsNoiselessDecode_AAC(nkp8u** ppBitStream, int* pBitOffset, nkpAacMainHeader* pMainHeader,
+                                            nkp16u* pDstScaleFactor, nkp32s* pDstSpectrum, nkp8u* pDstSfbCb,
+                                            nkp8s* pDstTnsCoef, nkpAacChanInfo* pChanInfo, int windowSequence,
+                                            int maxSfb, int commonWin, int layerFlag, int audioObjectType);
 /* NKPAC-END aac-stream */
 
 /* ---- AAC: inverse quantisation, stereo tools, prediction, TNS ----------- */
