@@ -70,6 +70,8 @@ struct Row {
     Writes writes = NothingOnFailure;
 };
 
+static_assert(nkpStatusBadAacMsMask == -142);
+
 constexpr nkpStatus kOk = nkpStatusOk, kNull = nkpStatusNullPointer, kGroups = nkpStatusBadAacWindowGroups,
                     kLength = nkpStatusBadAacWindowLength, kMaxSfb = nkpStatusBadAacMaxSfb,
                     kSampling = nkpStatusBadAacSamplingIndex, kMask = nkpStatusBadAacMsMask,
@@ -131,7 +133,9 @@ const Row kRows[] = {
     {"ms/length_512", NONE, CALL(MS(s.left, s.right, 1, s.flags, s.cb, 1, s.one, 10, 3, 512)), kLength},
     {"ms/max_sfb_52_before_sampling", NONE, CALL(MS(s.left, s.right, 1, s.flags, s.cb, 1, s.one, 52, 12, 1024)), kMaxSfb},
     {"ms/sampling_before_mask", NONE, CALL(MS(s.left, s.right, 3, s.flags, s.cb, 1, s.one, 10, 12, 1024)), kSampling},
-    {"ms/mask_0", NONE, CALL(MS(s.left, s.right, 0, s.flags, s.cb, 1, s.one, 10, 3, 1024)), kMask},
+    // A mask outside 1..2 is answered with BadAacMsMask (-142), the code
+    // named for it, not BadAacElementChannels (-141).
+    {"ms/mask_0_is_bad_ms_mask_not_element_channels", NONE, CALL(MS(s.left, s.right, 0, s.flags, s.cb, 1, s.one, 10, 3, 1024)), kMask},
     {"ms/mask_3_before_band_count", NONE, CALL(MS(s.left, s.right, 3, s.flags, s.cb, 1, s.one, 50, 3, 1024)), kMask},
     {"ms/max_sfb_above_band_count", NONE, CALL(MS(s.left, s.right, 1, s.flags, s.cb, 1, s.one, 50, 3, 1024)), kMaxSfb},
     {"ms/window_counts", NONE, CALL(MS(s.left, s.right, 1, s.flags, s.cb, 2, s.nine_in_two_groups, 10, 3, 128)), kGroups},
