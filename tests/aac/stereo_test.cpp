@@ -123,8 +123,8 @@ TEST(IsStereo, PinnedValues) {
 }
 
 // Every position -60..200 on random lines against sign * left * 2^(-p/4)
-// (lines small enough that nothing wraps), and only intensity bands are
-// written.
+// (lines small enough that nothing wraps), only intensity bands written;
+// then positions -3..7 on lines of any size.
 TEST(IsStereo, ScalingOverPositionsMatchesThePower) {
     const Frame f{128, {2, 1, 5}, 14, 3};
     std::vector<int32_t> left(1024);
@@ -160,17 +160,13 @@ TEST(IsStereo, ScalingOverPositionsMatchesThePower) {
             if (!written[i]) ASSERT_EQ(right[i], -999) << "line " << i;
         }
     }
-}
-
-// Near zero (positions -3..7) every line, up to the full 32-bit range,
-// stays within one unit.
-TEST(IsStereo, NearPositionsWithinOneUnitOnFullRangeLines) {
+    // Near zero (positions -3..7) lines up to the full 32-bit range.
     for (int p = -3; p <= 7; ++p) {
         for (int i = 0; i < 2000; ++i) {
-            const int32_t left = static_cast<int32_t>(nkptest::rng()());
-            const long double exact = left * std::exp2(-p / 4.0L);
+            const int32_t l = static_cast<int32_t>(nkptest::rng()());
+            const long double exact = l * std::exp2(-p / 4.0L);
             if (std::fabs(exact) >= 2147483647.0L) continue;
-            ASSERT_LE(std::fabs(intensity(left, p, 15) - exact), 1.0L) << "p " << p << " left " << left;
+            ASSERT_LE(std::fabs(intensity(l, p, 15) - exact), 1.0L) << "p " << p << " left " << l;
         }
     }
 }
