@@ -1003,6 +1003,236 @@ NKPAC_API nkpStatus nkpsNoiselessDecode_AAC(nkp8u** ppBitStream, int* pBitOffset
 
 /* ---- AAC: inverse quantisation, stereo tools, prediction, TNS ----------- */
 /* NKPAC-SECTION aac-tools */
+/*
+ * The spectral tools of an AAC decoder, run on one frame after noiseless
+ * decoding: inverse quantisation, M/S and intensity stereo, reordering of
+ * eight short windows into window order, the Main-profile frequency-domain
+ * predictor and the TNS filter.
+ *
+ * Band layout (every tool but the predictor): winLen is 1024 (one long
+ * window) or 128 (eight short windows); numWinGrp window groups with
+ * pWinGrpLen[g] windows each; maxSfb bands per group (0..51 and at most the
+ * band count of the sampling index for that window length); samplingIndex
+ * 0..11 picks the scale-factor band offsets of ISO/IEC 14496-3. Group g
+ * takes pWinGrpLen[g] * winLen consecutive lines; inside a group band b
+ * holds its lines of every window of the group, one window after another
+ * (the stream's order, as the noiseless decoders deliver it). Per-band side
+ * arrays (scale factors, intensity positions, code books) hold maxSfb
+ * entries per group, group after group; M/S flags 60 bytes per group.
+ *
+ * Window counts: each pWinGrpLen[g] must lie in 1..8 and together they may
+ * not exceed 8 windows (exactly 1 for a 1024-line window), so that no tool
+ * reaches past 1024 lines; a grouping that breaks this is refused with
+ * BadAacWindowGroups after all the other argument checks. Windows past the
+ * groups' total are left alone. Checks below list the statuses in their
+ * order; the window-count check always comes last.
+ */
+
+/* Inverse quantisation in place: each line v (|v| <= 8191) of a band whose
+ * code book is not 0, 13, 14 or 15 becomes sign(v) * |v|^(4/3) *
+ * 2^((sf - 100)/4) * 8, truncated toward zero (3 fraction bits), saturated
+ * to +-(2^31 - 1); sf = pScaleFactor[band] (0..255 from the noiseless
+ * decoders, any value accepted). Bands of code books 0, 13, 14 and 15 are
+ * not touched (zero, noise and intensity bands belong to other tools).
+ * Results: the power comes from a table of |v|^(4/3) rounded to double,
+ * the band factor 2^((sf - 100)/4) * 8 is a double, one double product,
+ * then truncation. That is the exactly truncated value for every line at
+ * every scale factor 0..255 (checked against a 64-bit-mantissa model); an
+ * exact value within about 1e-15 relative of an integer could in principle
+ * come out one unit low. Both code paths run the same arithmetic and give
+ * identical results; the caller's MXCSR does not affect them.
+ * pSrcDstSpectrum: 1024 lines. Checks: a null pointer (NullPointer); winLen
+ * 128 with numWinGrp outside 1..8, or winLen 1024 with numWinGrp not 1
+ * (BadAacWindowGroups); any other winLen (BadAacWindowLength); maxSfb
+ * outside 0..51 (BadAacMaxSfb); samplingIndex outside 0..11
+ * (BadAacSamplingIndex); maxSfb above the band count (BadAacMaxSfb); the
+ * window counts (BadAacWindowGroups). Then, working band by band and line
+ * by line, a magnitude above 8191 stops the call with BadAacQuantValue: the
+ * lines before it stay converted. */
+NKPAC_API nkpStatus nkpsQuantInv_AAC_32s_I(nkp32s* pSrcDstSpectrum, const nkp16u* pScaleFactor, int numWinGrp,
+                                           const nkp32s* pWinGrpLen, int maxSfb, const nkp8u* pSfbCb,
+                                           int samplingIndex, int winLen);
+
+/* M/S stereo in place. For each band of each group, with the right
+ * channel's code book cb and the band's flag pMsUsed[g * 60 + b]:
+ *  - cb 14 or 15 (intensity band): when msMaskPresent is 1 and the flag is
+ *    set, the code book is changed in place to the other one (14 <-> 15) so
+ *    that the intensity step inverts the band; the lines are not touched;
+ *  - otherwise, when msMaskPresent is 2 or the flag is set (not 0), and cb
+ *    is not 13:
+ *    left = L + R, right = L - R, 32-bit wrap-around, no 1/sqrt(2) factor;
+ *  - other bands stay as they are.
+ * pMsUsed: 60 bytes per group (not read when msMaskPresent is 2, but
+ * required); pSfbCbR: maxSfb code books per group, in/out. A mask other
+ * than 1 or 2 is answered with BadAacMsMask (-142), the status named for
+ * exactly that condition. Checks: a null pointer (NullPointer); winLen and
+ * numWinGrp as for nkpsQuantInv_AAC_32s_I (BadAacWindowGroups,
+ * BadAacWindowLength); maxSfb outside 0..51 (BadAacMaxSfb); samplingIndex
+ * (BadAacSamplingIndex); msMaskPresent not 1 or 2 (BadAacMsMask); maxSfb
+ * above the band count (BadAacMaxSfb); the window counts
+ * (BadAacWindowGroups). */
+NKPAC_API nkpStatus nkpsDecodeMsStereo_AAC_32s_I(nkp32s* pSrcDstL, nkp32s* pSrcDstR, int msMaskPresent,
+                                                 const nkp8u* pMsUsed, nkp8u* pSfbCbR, int numWinGrp,
+                                                 const nkp32s* pWinGrpLen, int maxSfb, int samplingIndex,
+                                                 int winLen);
+
+/* Intensity stereo: in every band whose right-channel code book is 15
+ * (sign +1) or 14 (sign -1), right = sign * x with x = left * 2^(-p/4) and
+ * p = pIsPosition[band] read as a two's-complement 16-bit value (the
+ * noiseless decoders' scale-factor output); other bands of pDstR are not
+ * written. With T[k] = round(2^30 * 2^(-k/4)) and U[k] = round(2^30 *
+ * 2^(k/4)), k = 0..3, 64-bit products and >> arithmetic (toward minus
+ * infinity):
+ *  - p = -3..7: |left| * 2^(-p/4) truncated toward zero (the factor held
+ *    in Q62), so x is within one unit of the exact value;
+ *  - p >= 8: x = (left * T[p & 3]) >> (30 + (p >> 2)), i.e. the product's
+ *    high word shifted right by (p >> 2) - 2, shifts above 63 held at 63
+ *    (x is then 0 or -1);
+ *  - p < -3: left is first shifted left by (((128 - p) >> 2) + 2) mod 32 in
+ *    32-bit wrap-around arithmetic, then x = (that * U[-p & 3]) >> 32; so
+ *    a line whose scale-up by 2^(2 + (-p >> 2)) does not fit 32 bits wraps,
+ *    and below -127 the shift comes round again (p = -128 gives x = left).
+ * In the last two the Q30 factors add up to |x| * 2^-30 to the one unit.
+ * x keeps its low 32 bits (results too large for 32 bits wrap around) and
+ * the sign is applied afterwards: -x for code book 14. Checks: a null pointer
+ * (NullPointer); winLen and numWinGrp as for nkpsQuantInv_AAC_32s_I;
+ * maxSfb outside 0..51 (BadAacMaxSfb); samplingIndex (BadAacSamplingIndex);
+ * maxSfb above the band count (BadAacMaxSfb); the window counts
+ * (BadAacWindowGroups). */
+NKPAC_API nkpStatus nkpsDecodeIsStereo_AAC_32s(const nkp32s* pSrcL, nkp32s* pDstR, const nkp16u* pIsPosition,
+                                               const nkp8u* pSfbCbR, int numWinGrp, const nkp32s* pWinGrpLen,
+                                               int maxSfb, int samplingIndex, int winLen);
+
+/* Eight short windows from the stream's band-interleaved order into window
+ * order: in group g, band b's lines for window j of the group go to line
+ * swbOffset[b] of window j (window j of a group starts j * 128 lines into
+ * it); lines swbOffset[maxSfb]..127 of each window of the groups are set to
+ * 0. pSrc and pDst (1024 lines each) must not overlap. Checks: a null
+ * pointer (NullPointer); winLen not 128 (BadAacWindowLength); numWinGrp
+ * outside 1..8 (BadAacWindowGroups); maxSfb outside 0..51 (BadAacMaxSfb);
+ * samplingIndex (BadAacSamplingIndex); maxSfb above the short-window band
+ * count (BadAacMaxSfb); the window counts (BadAacWindowGroups). */
+NKPAC_API nkpStatus nkpsDeinterleaveSpectrum_AAC_32s(const nkp32s* pSrc, nkp32s* pDst, int numWinGrp,
+                                                     const nkp32s* pWinGrpLen, int maxSfb, int samplingIndex,
+                                                     int winLen);
+
+/*
+ * Frequency-domain prediction (AAC Main profile): a backward-adaptive
+ * second-order lattice predictor per spectral line of long windows, in
+ * single precision. The state starts at the caller's buffer address itself
+ * (no alignment step; its arrays are aligned inside it) and holds, per
+ * line, cor0, cor1, var0, var1, r0, r1, each kept at 16-bit precision (the
+ * low 16 bits of the float cleared). A reset sets cor, r to 0 and var to
+ * 1.0. The state keeps pointers into its own buffer: do not move or copy
+ * it, build a new one.
+ *
+ * One line, x the reconstructed value, every operation one single-precision
+ * IEEE operation in exactly this order (no fused multiply-add, no wider
+ * intermediates; the caller's MXCSR is set aside for the call, so results
+ * do not depend on it):
+ *   k1 = (M[var0] * cor0) * E[var0];  p1 = r0 * k1
+ *   p2 = ((M[var1] * cor1) * E[var1]) * r1
+ *   pred = p2 + p1, rounded to 16 bits (0x8000 added to the bit pattern,
+ *          the low 16 bits cleared)
+ *   forward: out = in - pred, x = in; inverse: x = line + pred (written)
+ *          in bands whose flag is set, else x = line (not written)
+ *   e1 = x - p1
+ *   cor0 = cor0 * 0.90625 + r0 * x;  cor1 = cor1 * 0.90625 + r1 * e1
+ *   var0 = (x * x + r0 * r0) * 0.5 + var0 * 0.90625
+ *   var1 = (e1 * e1 + r1 * r1) * 0.5 + var1 * 0.90625
+ *   r1 = (r0 - k1 * x) * 0.953125;  r0 = x * 0.953125
+ *   all six truncated to 16 bits.
+ * M[m] = 0.953125 / (1 + m/128) rounded to 8 significant bits, m the 7
+ * mantissa bits of the variance (bits 16..22); E[e] = 2^(127 - e) for the
+ * 9 bits above them (sign and exponent) in 128..254, else 0: a variance
+ * below 2.0 gives a coefficient of exactly 0.
+ * Misaligned (nkpStatusMisaligned, 2): the data pointers named below are
+ * not 16-byte aligned; the results are the same.
+ */
+typedef struct nkpsFDPState_32f nkpsFDPState_32f;
+
+/* Size in bytes of a state for len lines: 6 * (4 * len rounded up to a
+ * multiple of 64) + 128. Checks: pSize null (NullPointer); len < 1, or a
+ * size that does not fit 32 bits (len above 89478464) (BadSize). */
+NKPAC_API nkpStatus nkpsFDPGetSize_32f(int len, int* pSize);
+/* Builds the state at pMem (GetSize bytes, any alignment), resets every
+ * line and stores pMem in *ppState. Checks: ppState or pMem null
+ * (NullPointer); len as for GetSize (BadSize). */
+NKPAC_API nkpStatus nkpsFDPInit_32f(nkpsFDPState_32f** ppState, int len, nkp8u* pMem);
+/* Allocates the state through nkpcore and builds it. Checks: ppState null
+ * (NullPointer), then GetSize's checks, then NoMemory. On failure *ppState
+ * is null and nothing stays allocated. */
+NKPAC_API nkpStatus nkpsFDPInitAlloc_32f(nkpsFDPState_32f** ppState, int len);
+/* Clears the state's tag and releases it if InitAlloc made it (a state in
+ * the caller's memory is only marked unusable). Checks: null
+ * (NullPointer), not a predictor state (WrongObject). */
+NKPAC_API nkpStatus nkpsFDPFree_32f(nkpsFDPState_32f* pState);
+/* Resets every line. Checks: null (NullPointer), WrongObject. */
+NKPAC_API nkpStatus nkpsFDPReset_32f(nkpsFDPState_32f* pState);
+/* Resets lines first, first + step, first + 2 step, ... below the line count
+ * (nothing when first is at or past it): an AAC reset group n is first
+ * n - 1, step 30. Checks: null (NullPointer); first < 0 (BadSize); step < 1
+ * (BadCount); WrongObject. */
+NKPAC_API nkpStatus nkpsFDPResetGroup_32f(int first, int step, nkpsFDPState_32f* pState);
+/* Resets every line of each band b < bands whose pResetFlag[b] is not 0:
+ * lines pBandOffset[b] .. pBandOffset[b+1] - 1, each offset held inside
+ * 0..line count. Checks: pState, pBandOffset or pResetFlag null
+ * (NullPointer); bands < 1 (BadSize); WrongObject. */
+NKPAC_API nkpStatus nkpsFDPResetSfb_32f(const nkp32s* pBandOffset, int bands, const nkp8u* pResetFlag,
+                                        nkpsFDPState_32f* pState);
+/* Encoder side: for every line of the state, pDst[i] = pSrc[i] - pred and
+ * the state is updated from pSrc[i] (pSrc may equal pDst). Checks: a null
+ * pointer (NullPointer), WrongObject. Misaligned: pSrc or pDst. */
+NKPAC_API nkpStatus nkpsFDPFwd_32f(const nkp32f* pSrc, nkp32f* pDst, nkpsFDPState_32f* pState);
+/* Decoder side, in place, band by band: lines pBandOffset[b] ..
+ * pBandOffset[b+1] - 1 (offsets held inside 0..line count) are predicted and
+ * the prediction added where pPredUsed[b] is not 0; every line of the bands
+ * updates the state, lines outside them are neither touched nor updated.
+ * pBandOffset has bands + 1 entries, pPredUsed bands. Checks: pSrcDst,
+ * pBandOffset, pState or pPredUsed null (NullPointer); bands < 1 (BadSize);
+ * WrongObject. Misaligned: pSrcDst. */
+NKPAC_API nkpStatus nkpsFDPInv_32f_I(nkp32f* pSrcDst, const nkp32s* pBandOffset, int bands,
+                                     const nkp8u* pPredUsed, nkpsFDPState_32f* pState);
+
+/* The TNS filters of one channel, in place, in 32-bit fixed point, from the
+ * arrays of an nkpAacTnsData record: pNumFilt (one per window: 1 for
+ * winLen 1024, 8 for 128), pLength and pOrder (one per filter, stream
+ * order), pCoefRes (per window, 3 or 4), pCoef (order entries per filter of
+ * non-zero order) and pDirection (one per filter of non-zero order).
+ * pSrcDstSpectrum: 1024 lines (eight short windows: 128 each, in window
+ * order, i.e. after nkpsDeinterleaveSpectrum_AAC_32s). reserved is not
+ * read. No state: each filter starts from zero history.
+ * Per window, the filters run from the top band down: top starts at the
+ * band count; each filter covers bottom = max(top - length, 0) .. top and
+ * then top = bottom (a filter of order 0 still takes its range, but no
+ * coefficients, direction or resolution check). Its lines are
+ * swbOffset[min(bottom, L)] .. swbOffset[min(top, L)] - 1, L = min(maxSfb,
+ * the TNS band limit of the sampling index); direction 0 walks them upward,
+ * 1 downward.
+ * Coefficients: index c (-8..7) -> Q31 reflection coefficient
+ * round(2^31 sin(c / iq)), iq = (2^(res-1) -+ 0.5) / (pi / 2) for c >= 0 /
+ * c < 0; for resolution 3 the indices 4..7 and -5..-8 mirror 3..0 and
+ * -4..-1 (7 gives 0). Step-up recursion in 64 bits: a[m] = k[m], a[i] +=
+ * ((((a[m-i] + 512) >> 10) * k[m]) >> 21) from the values before step m;
+ * then all a[i] are shifted right until their largest magnitude is at most
+ * 2^26, leaving them with `shift` fraction bits (31 when none was needed).
+ * Filter: y[n] = (x[n] * 2^shift - sum a[i] y[n-i]) >> shift, 64-bit
+ * products and sum, arithmetic shift, low 32 bits kept (no saturation).
+ * Checks: a null pointer (NullPointer); winLen not 128 or 1024
+ * (BadAacWindowLength); samplingIndex outside 0..11 (BadAacSamplingIndex);
+ * maxSfb outside 0..51 or above the band count (BadAacMaxSfb). Then per
+ * window and filter, in order: the window's filter count negative or above
+ * 3 (long) / 1 (short) (BadAacTnsFilterCount); a length negative or above
+ * the band count (BadAacTnsLength); an order negative or above 12 / 7
+ * (BadAacTnsOrder); for non-zero order, pCoefRes not 3 or 4
+ * (BadAacTnsCoefRes), a coefficient index outside -8..7 (BadAacTnsCoef), a
+ * direction not 0 or 1 (BadAacTnsDirection, before any line of that
+ * filter changes). Such an error stops the call: earlier filters stay
+ * applied. */
+NKPAC_API nkpStatus nkpsDecodeTNS_AAC_32s_I(nkp32s* pSrcDstSpectrum, const nkp32s* pNumFilt, const nkp32s* pLength,
+                                            const nkp32s* pOrder, const nkp32s* pCoefRes, const nkp8s* pCoef,
+                                            const nkp32s* pDirection, int maxSfb, int reserved, int samplingIndex,
+                                            int winLen);
 /* NKPAC-END aac-tools */
 
 /* ---- AAC: filter bank, noise substitution, long-term prediction --------- */
