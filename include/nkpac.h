@@ -601,6 +601,59 @@ NKPAC_API nkpStatus nkpsSynthesisFilter_MP3_32s16s(const nkp32s* pSrc, nkp16s* p
 
 /* ---- SBR: prediction coefficients --------------------------------------- */
 /* NKPAC-SECTION sbr */
+/*
+ * Second-order prediction coefficients for the high-frequency generator of
+ * an SBR decoder (covariance method). Stateless.
+ *
+ * Input: an array of len+2 slot pointers (time slots 0 .. len+1), each
+ * pointing at numBands QMF samples (channels 0 .. numBands-1); the caller's
+ * QMF matrix is used in place. For each channel k, with x(n) the sample of
+ * slot n and the sums running over n = 0 .. len-1:
+ *   phi01 = sum x(n+2) x*(n+1)   phi02 = sum x(n+2) x*(n)
+ *   phi11 = sum |x(n+1)|^2       phi12 = sum x(n+1) x*(n)   phi22 = sum |x(n)|^2
+ * (x* is the conjugate; for real samples the identity), each a running
+ * single-precision sum in slot order. Then
+ *   d      = phi22 phi11 - 0.99999905 |phi12|^2   (0.99999905 = 1/(1 + 1e-6)
+ *            in single precision: d stays away from 0 for a channel that its
+ *            two previous samples predict perfectly)
+ *   alpha1 = (phi01 phi12 - phi02 phi11) / d           when d*d > 0, else 0
+ *   alpha0 = -(phi01 + alpha1 phi12*) / phi11          when phi11 > 0, else 0
+ * and both coefficients of the channel are reset to 0 when |alpha0|^2 >= 16
+ * or |alpha1|^2 >= 16. A channel with no energy gives 0 and 0.
+ *
+ * The real variant takes channels four at a time while four remain, and
+ * those channels (0 .. 4*floor(numBands/4) - 1) follow slightly different
+ * rules, kept on purpose: alpha1 is computed whenever d != 0, alpha0
+ * whenever phi11 != 0, and the pair is reset only when a square EXCEEDS 16.
+ * So a coefficient of magnitude exactly 4 survives in those channels and is
+ * reset in the remaining ones, and a very quiet channel (|d| below about
+ * 2.6e-23, where d*d rounds to 0; 1.1e-19 when the caller flushes denormals
+ * to zero) gets a computed alpha1 there and alpha1 = 0 in the remaining ones. The complex variants use the one-at-a-time rules
+ * for every channel.
+ *
+ * Coefficients are finite while len * max|x|^2 stays below about 1e19, far
+ * above any QMF sample of PCM audio. Beyond that, or with NaN or infinite
+ * samples, products of covariances overflow and the results follow IEEE
+ * arithmetic: the four-wide channels of the real variant then give 0, the
+ * others may give NaN.
+ *
+ * Checks: any pointer argument null (NullPointer); len < 1 or numBands < 1:
+ * nkpStatusOk at once, nothing read or written; then a null slot pointer
+ * among slots 0 .. len+1 (NullPointer), before anything is written.
+ * Any alignment; returns nkpStatusOk.
+ */
+/* Real samples (the low-power SBR decoder). */
+NKPAC_API nkpStatus nkpsPredictCoef_SBR_R_32f_D2L(const nkp32f* const* ppSrc, nkp32f* pAlpha0, nkp32f* pAlpha1,
+                                                  int numBands, int len);
+/* Complex samples stored as (re, im) pairs; complex coefficients likewise. */
+NKPAC_API nkpStatus nkpsPredictCoef_SBR_C_32fc_D2L(const nkp32fc* const* ppSrc, nkp32fc* pAlpha0,
+                                                   nkp32fc* pAlpha1, int numBands, int len);
+/* Complex samples with real and imaginary parts in separate slot arrays
+ * (ppSrcRe[n][k], ppSrcIm[n][k]); the coefficients' parts are written to
+ * four arrays. Same results as nkpsPredictCoef_SBR_C_32fc_D2L, bit for bit. */
+NKPAC_API nkpStatus nkpsPredictCoef_SBR_C_32f_D2L(const nkp32f* const* ppSrcRe, const nkp32f* const* ppSrcIm,
+                                                  nkp32f* pAlpha0Re, nkp32f* pAlpha0Im, nkp32f* pAlpha1Re,
+                                                  nkp32f* pAlpha1Im, int numBands, int len);
 /* NKPAC-END sbr */
 
 /* ---- Vector quantisation and the block FIR filter ----------------------- */
