@@ -253,6 +253,13 @@ TEST(PredictCoef, QuietChannelDropsAlpha1OnlyOutsideTheFourWideChannels) {
         EXPECT_EQ(b.a0[k], cd(-21.0f / 13.0f)) << k;  // -phi01 / phi11
         EXPECT_EQ(a.a1[k], a.a1[0]) << k;             // loud: the rules agree
     }
+    // The complex variants follow the one-at-a-time rules in every channel,
+    // those taken four at a time included.
+    const Results c = run_complex(uniform(quiet, 6), 1);
+    for (int k = 0; k < 6; ++k) {
+        EXPECT_EQ(c.a1[k], cd(0.0)) << k;
+        EXPECT_EQ(c.a0[k], cd(-21.0f / 13.0f)) << k;
+    }
 }
 
 // len = 1 reads slots 0, 1 and 2 only; channels beyond numBands are not
