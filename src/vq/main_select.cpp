@@ -1,0 +1,157 @@
+// The main selection: for each sub-vector, every pair of candidates (one
+// from each code book's list) is tried, and the pair whose average
+// r = (s0 c0 + s1 c1) / divisor has the smallest weighted error
+// e = sum w (x - r)^2 is kept; the first pair in search order (i over the
+// first list, j over the second) wins a tie.
+//
+// Errors are summed in single precision element by element from the first,
+// each term w * ((x - r) * (x - r)). Four pairs (i, j..j+3) are measured at
+// once, one per lane, with the second code book's elements transposed on the
+// fly, so every lane keeps plain element order.
+//
+// Two routes form r, and they may differ in the last bit:
+//   - exact: r = (s0 c0 + s1 c1) / divisor;
+//   - reciprocal: r = (s0 c0 + s1 c1) * a', a' = 2a - divisor a^2 with a the
+//     processor's reciprocal estimate of the divisor (one Newton step).
+// A sub-vector whose source and weight slices both start on a 16-byte
+// boundary takes its elements four at a time by the reciprocal route; the
+// last len mod 4 elements, and every element of any other sub-vector, take
+// the exact route.
+#include "frame/exports.h"
+#include "vq/codebook.h"
+
+#include <algorithm>
+#include <xmmintrin.h>
+
+namespace nkp {
+namespace {
+
+using vq::CodeBook;
+
+constexpr float kThreshold = 1e38f;  // the best error before any pair is tried
+
+inline float refined_reciprocal(float d) {
+    const __m128 dv = _mm_set_ss(d);
+    const __m128 a = _mm_rcp_ss(dv);
+    return _mm_cvtss_f32(_mm_sub_ss(_mm_add_ss(a, a), _mm_mul_ss(dv, _mm_mul_ss(a, a))));
+}
+
+inline __m128 sign_mask(int flag) { return _mm_set1_ps(flag ? -0.0f : 0.0f); }
+
+struct SubVector {
+    const float* x;
+    const float* w;
+    ptrdiff_t len;
+    ptrdiff_t reciprocal_end;  // elements before this take the reciprocal route
+    __m128 reciprocal;
+    __m128 divisor;
+};
+
+// Errors of the pairs (c0, c1[0..3]); s0 and s1 are sign masks (0 or -0.0
+// per lane).
+inline __m128 errors4(const SubVector& sv, const float* c0, __m128 s0, const float* const c1[4], __m128 s1) {
+    __m128 acc = _mm_setzero_ps();
+    auto term = [&](__m128 first, __m128 second, ptrdiff_t i, bool reciprocal) {
+        const __m128 sum = _mm_add_ps(first, _mm_xor_ps(second, s1));
+        const __m128 r = reciprocal ? _mm_mul_ps(sum, sv.reciprocal) : _mm_div_ps(sum, sv.divisor);
+        const __m128 t = _mm_sub_ps(_mm_set1_ps(sv.x[i]), r);
+        acc = _mm_add_ps(acc, _mm_mul_ps(_mm_set1_ps(sv.w[i]), _mm_mul_ps(t, t)));
+    };
+    for (ptrdiff_t b = 0; b < sv.len; b += 4) {
+        __m128 e0 = _mm_load_ps(c1[0] + b), e1 = _mm_load_ps(c1[1] + b);
+        __m128 e2 = _mm_load_ps(c1[2] + b), e3 = _mm_load_ps(c1[3] + b);
+        _MM_TRANSPOSE4_PS(e0, e1, e2, e3);
+        const __m128 a = _mm_xor_ps(_mm_load_ps(c0 + b), s0);
+        const __m128 a0 = _mm_shuffle_ps(a, a, 0x00), a1 = _mm_shuffle_ps(a, a, 0x55);
+        const __m128 a2 = _mm_shuffle_ps(a, a, 0xAA), a3 = _mm_shuffle_ps(a, a, 0xFF);
+        const bool reciprocal = b < sv.reciprocal_end;
+        if (b + 4 <= sv.len) {
+            term(a0, e0, b, reciprocal);
+            term(a1, e1, b + 1, reciprocal);
+            term(a2, e2, b + 2, reciprocal);
+            term(a3, e3, b + 3, reciprocal);
+        } else {
+            term(a0, e0, b, false);
+            if (b + 1 < sv.len) term(a1, e1, b + 1, false);
+            if (b + 2 < sv.len) term(a2, e2, b + 2, false);
+        }
+    }
+    return acc;
+}
+
+}  // namespace
+
+nkpStatus nkpsVQMainSelect_32f(const nkp32f* pSrc, const nkp32f* pWeight, const int* pLength, int subVectorCount,
+                               int candCount, const int* const* ppCandIndex, const int* const* ppCandSign,
+                               int* const* ppIndex, int* const* ppSign, const nkpsVQCodeBook_32f* const* ppCodeBook,
+                               nkp32f divisor, int candCount1, nkp32f* pError) {
+    if (!pSrc || !pWeight || !pLength || !ppCandIndex || !ppCandSign || !ppIndex || !ppSign || !ppCodeBook) {
+        return nkpStatusNullPointer;
+    }
+    for (int b = 0; b < 2; ++b) {
+        if (!ppCandIndex[b] || !ppCandSign[b] || !ppIndex[b] || !ppSign[b] || !ppCodeBook[b]) {
+            return nkpStatusNullPointer;
+        }
+    }
+    if (subVectorCount < 1) return nkpStatusOk;
+    if (candCount < 1 || candCount1 < 0) return nkpStatusBadSize;
+    const CodeBook* book0 = vq::usable(ppCodeBook[0]);
+    const CodeBook* book1 = vq::usable(ppCodeBook[1]);
+    if (!book0 || !book1) return nkpStatusWrongObject;
+    if (!vq::lengths_fit(pLength, subVectorCount, std::min(book0->dim, book1->dim))) return nkpStatusBadSize;
+    const ptrdiff_t k0 = candCount, k1 = candCount1 ? candCount1 : candCount;
+    if (!vq::indices_fit(ppCandIndex[0], k0 * subVectorCount, book0->count) ||
+        !vq::indices_fit(ppCandIndex[1], k1 * subVectorCount, book1->count)) {
+        return nkpStatusOutOfRange;
+    }
+
+    SubVector sv;
+    sv.reciprocal = _mm_set1_ps(refined_reciprocal(divisor));
+    sv.divisor = _mm_set1_ps(divisor);
+    ptrdiff_t offset = 0;
+    alignas(16) float e[4];
+    for (int k = 0; k < subVectorCount; ++k) {
+        sv.x = pSrc + offset;
+        sv.w = pWeight + offset;
+        sv.len = pLength[k];
+        sv.reciprocal_end = vq::aligned16(sv.x) && vq::aligned16(sv.w) ? sv.len & ~ptrdiff_t{3} : 0;
+        const int* cand0 = ppCandIndex[0] + k * k0;
+        const int* sign0 = ppCandSign[0] + k * k0;
+        const int* cand1 = ppCandIndex[1] + k * k1;
+        const int* sign1 = ppCandSign[1] + k * k1;
+
+        float best = kThreshold;
+        ptrdiff_t best_i = 0, best_j = 0;
+        for (ptrdiff_t i = 0; i < k0; ++i) {
+            const float* c0 = book0->vectors[cand0[i]];
+            const __m128 s0 = sign_mask(sign0[i]);
+            for (ptrdiff_t j = 0; j < k1; j += 4) {
+                // Lanes past the list's end repeat its last candidate.
+                const ptrdiff_t last = k1 - 1;
+                const ptrdiff_t jj[4] = {j, std::min(j + 1, last), std::min(j + 2, last), std::min(j + 3, last)};
+                const float* c1[4] = {book1->vectors[cand1[jj[0]]], book1->vectors[cand1[jj[1]]],
+                                      book1->vectors[cand1[jj[2]]], book1->vectors[cand1[jj[3]]]};
+                const __m128 s1 = _mm_setr_ps(sign1[jj[0]] ? -0.0f : 0.0f, sign1[jj[1]] ? -0.0f : 0.0f,
+                                              sign1[jj[2]] ? -0.0f : 0.0f, sign1[jj[3]] ? -0.0f : 0.0f);
+                _mm_store_ps(e, errors4(sv, c0, s0, c1, s1));
+                const ptrdiff_t lanes = std::min<ptrdiff_t>(4, k1 - j);
+                for (ptrdiff_t l = 0; l < lanes; ++l) {
+                    if (e[l] < best) {
+                        best = e[l];
+                        best_i = i;
+                        best_j = j + l;
+                    }
+                }
+            }
+        }
+        ppIndex[0][k] = cand0[best_i];
+        ppIndex[1][k] = cand1[best_j];
+        ppSign[0][k] = sign0[best_i] != 0;
+        ppSign[1][k] = sign1[best_j] != 0;
+        if (pError) pError[k] = best;
+        offset += sv.len;
+    }
+    return nkpStatusOk;
+}
+
+}  // namespace nkp
