@@ -804,6 +804,37 @@ NKPAC_API nkpStatus nkpsVQReconstruction_32f(const int* const* ppIndex, const in
                                              const int* pLength, int subVectorCount, int stageCount,
                                              nkp32f* pDst, const nkpsVQCodeBook_32f* const* ppCodeBook);
 
+/*
+ * Block FIR filter: each call takes one block of blockLength floats, and the
+ * output block is, element by element, taps[0] times the new block plus
+ * taps[k] times the block of k calls ago (k = 1 .. numTaps-1; blocks before
+ * the first call are zero). The sum is formed as taps[0]*new, then adds the
+ * oldest block first, down to the block of one call ago; that order is part
+ * of the result. The state is a small record that only InitAlloc makes.
+ */
+typedef struct nkpsFIRBlockState_32f nkpsFIRBlockState_32f;
+
+/* Creates the state with a zero delay line. The record keeps numTaps and
+ * blockLength in 16-bit fields: values above 32767 are cut to their low 16
+ * bits, and a cut value below 1 is refused later by nkpsFIRBlockOne_32f
+ * (BadFilterLength); the delay line is sized from the full values. Checks:
+ * ppState null (NullPointer); numTaps < 1 or blockLength < 1
+ * (BadFilterLength); either allocation failing (NoMemory, nothing kept).
+ * *ppState is written only on success. */
+NKPAC_API nkpStatus nkpsFIRBlockInitAlloc_32f(nkpsFIRBlockState_32f** ppState, int numTaps, int blockLength);
+
+/* Releases the delay line and the record. Checks: null (NullPointer); a
+ * record that InitAlloc did not make (WrongObject, nothing released). */
+NKPAC_API nkpStatus nkpsFIRBlockFree_32f(nkpsFIRBlockState_32f* pState);
+
+/* Filters one block: pSrc and pDst hold blockLength floats (they may be the
+ * same array), pTaps numTaps floats. Checks: a null pointer (NullPointer);
+ * the record (WrongObject); its block length or tap count below 1, or its
+ * position outside 0 .. numTaps-1 (BadFilterLength). Returns
+ * nkpStatusMisaligned (a warning; the block is complete) when pSrc, pDst or
+ * pTaps is not 16-byte aligned, else nkpStatusOk. */
+NKPAC_API nkpStatus nkpsFIRBlockOne_32f(const nkp32f* pSrc, nkp32f* pDst, nkpsFIRBlockState_32f* pState,
+                                        const nkp32f* pTaps);
 /* NKPAC-END vq */
 
 #ifdef __cplusplus

@@ -1,7 +1,8 @@
 // Every vq-family export's statuses in checking order: one row per case, the
-// first failing check decides, and a refusal writes nothing (outputs and the
-// code book's work arrays).
+// first failing check decides, and a refusal writes nothing (outputs, the
+// code book's work arrays, the filter's state).
 #include "vq/codebook.h"
+#include "vq/fir_block.h"
 #include "vq/vq_test_util.h"
 
 #include <cstring>
@@ -40,6 +41,12 @@ struct Scratch {
     float err[8], dst[16];
     int size = -1;
     nkpsVQCodeBook_32f* made = nullptr;
+    // The block filter.
+    nkpsFIRBlockState_32f* fir = nullptr;
+    nkp::vq::FirBlockState wrong_tag{}, bad_position{};
+    alignas(16) float taps[4] = {1, 0.5f, 0.25f, 0.125f};
+    alignas(16) float block[16] = {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16};
+    alignas(16) float fir_out[16];
 
     Scratch() {
         const std::vector<float> v = vqtest::random_ints(24, -4, 4);
@@ -56,8 +63,23 @@ struct Scratch {
         std::memset(out_sign, 0x11, sizeof out_sign);
         std::memset(err, 0x11, sizeof err);
         std::memset(dst, 0x11, sizeof dst);
+        std::memset(fir_out, 0x11, sizeof fir_out);
+        nkpsFIRBlockInitAlloc_32f(&fir, 4, 16);
+        wrong_tag = *reinterpret_cast<nkp::vq::FirBlockState*>(fir);
+        wrong_tag.tag = 59;
+        bad_position = *reinterpret_cast<nkp::vq::FirBlockState*>(fir);
+        bad_position.position = 4;
     }
+    ~Scratch() { nkpsFIRBlockFree_32f(fir); }
     Scratch(const Scratch&) = delete;
+    nkpsFIRBlockState_32f* as_state(nkp::vq::FirBlockState& r) { return reinterpret_cast<nkpsFIRBlockState_32f*>(&r); }
+    nkpsFIRBlockState_32f* cut(int taps_, int len_) {
+        bad_position.position = 0;
+        bad_position.numTaps = static_cast<int16_t>(taps_);
+        bad_position.blockLength = static_cast<int16_t>(len_);
+        return as_state(bad_position);
+    }
+
     // Everything a refusal must leave alone.
     std::vector<uint8_t> snapshot() const {
         std::vector<uint8_t> s;
@@ -68,6 +90,7 @@ struct Scratch {
         add(out_sign, sizeof out_sign);
         add(err, sizeof err);
         add(dst, sizeof dst);
+        add(fir_out, sizeof fir_out);
         add(&size, sizeof size);
         add(&made, sizeof made);
         for (const nkpsVQCodeBook_32f* b : {cb[0], cb[1]}) {
@@ -77,6 +100,9 @@ struct Scratch {
             add(r->sortIndex, 4 * 6);
             add(r->sortKey, 4 * 6);
         }
+        const auto* f = reinterpret_cast<const nkp::vq::FirBlockState*>(fir);
+        add(&f->position, sizeof f->position);
+        add(f->delayLine, 4 * 16 * 4);
         return s;
     }
 };
@@ -88,7 +114,8 @@ struct Row {
 };
 
 constexpr nkpStatus kNull = nkpStatusNullPointer, kOk = nkpStatusOk, kSize = nkpStatusBadSize,
-                    kWrong = nkpStatusWrongObject, kRange = nkpStatusOutOfRange;
+                    kWrong = nkpStatusWrongObject, kRange = nkpStatusOutOfRange, kFilter = nkpStatusBadFilterLength,
+                    kMisaligned = nkpStatusMisaligned;
 
 #define ROW(name, expr, expected) {name, [](Scratch& s) -> nkpStatus { return expr; }, expected}
 #define PRE(x, w, n, len, ci, cs, k, pol, cb) nkpsVQPreliminarySelect_32f(x, w, n, len, ci, cs, k, pol, cb)
@@ -160,6 +187,24 @@ const Row kRows[] = {
     ROW("rec/invalid_book", REC(s.bad_cands, s.factors, s.long_len, 2, 2, s.dst, s.dead_book), kWrong),
     ROW("rec/length_beyond_dim", REC(s.bad_cands, s.factors, s.long_len, 2, 2, s.dst, s.books), kSize),
     ROW("rec/index_out_of_range", REC(s.bad_choices, s.factors, s.len, 2, 2, s.dst, s.books), kRange),
+    // Block FIR.
+    ROW("fir/initalloc_out_null", nkpsFIRBlockInitAlloc_32f(nullptr, 0, 0), kNull),
+    ROW("fir/initalloc_taps", nkpsFIRBlockInitAlloc_32f(&s.fir, 0, 4), kFilter),
+    ROW("fir/initalloc_length", nkpsFIRBlockInitAlloc_32f(&s.fir, 4, 0), kFilter),
+    ROW("fir/free_null", nkpsFIRBlockFree_32f(nullptr), kNull),
+    ROW("fir/free_wrong_tag", nkpsFIRBlockFree_32f(s.as_state(s.wrong_tag)), kWrong),
+    ROW("fir/src_null", nkpsFIRBlockOne_32f(nullptr, s.fir_out, s.fir, s.taps), kNull),
+    ROW("fir/dst_null", nkpsFIRBlockOne_32f(s.block, nullptr, s.fir, s.taps), kNull),
+    ROW("fir/state_null", nkpsFIRBlockOne_32f(s.block, s.fir_out, nullptr, s.taps), kNull),
+    ROW("fir/taps_null", nkpsFIRBlockOne_32f(s.block, s.fir_out, s.as_state(s.wrong_tag), nullptr), kNull),
+    ROW("fir/wrong_tag", nkpsFIRBlockOne_32f(s.block, s.fir_out, s.as_state(s.wrong_tag), s.taps), kWrong),
+    ROW("fir/cut_length", nkpsFIRBlockOne_32f(s.block, s.fir_out, s.cut(4, -5), s.taps), kFilter),
+    ROW("fir/cut_taps", nkpsFIRBlockOne_32f(s.block, s.fir_out, s.cut(0, 16), s.taps), kFilter),
+    ROW("fir/position_past_taps", nkpsFIRBlockOne_32f(s.block, s.fir_out, s.as_state(s.bad_position), s.taps), kFilter),
+    ROW("fir/ok", nkpsFIRBlockOne_32f(s.block, s.fir_out, s.fir, s.taps), kOk),
+    ROW("fir/misaligned_src_ok", nkpsFIRBlockOne_32f(s.block + 1, s.fir_out, s.fir, s.taps), kMisaligned),
+    ROW("fir/misaligned_dst_ok", nkpsFIRBlockOne_32f(s.block, s.fir_out + 2, s.fir, s.taps), kMisaligned),
+    ROW("fir/misaligned_taps_ok", nkpsFIRBlockOne_32f(s.block, s.fir_out, s.fir, s.taps + 1), kMisaligned),
 };
 
 #undef ROW
@@ -186,6 +231,7 @@ TEST(VqStatuses, BothPathsShareOneImplementation) {
     EXPECT_EQ(nkpt_nkpsVQPreliminarySelect_32f[0], nkpt_nkpsVQPreliminarySelect_32f[1]);
     EXPECT_EQ(nkpt_nkpsVQIndexSelect_32f[0], nkpt_nkpsVQIndexSelect_32f[1]);
     EXPECT_EQ(nkpt_nkpsVQReconstruction_32f[0], nkpt_nkpsVQReconstruction_32f[1]);
+    EXPECT_EQ(nkpt_nkpsFIRBlockOne_32f[0], nkpt_nkpsFIRBlockOne_32f[1]);
     EXPECT_EQ(nkpt_nkpsVQCodeBookInit_32f[0], nkpt_nkpsVQCodeBookInit_32f[1]);
 }
 
