@@ -84,7 +84,9 @@ struct Scratch {
     std::vector<uint8_t> snapshot() const {
         std::vector<uint8_t> s;
         auto add = [&](const void* p, size_t n) {
-            s.insert(s.end(), static_cast<const uint8_t*>(p), static_cast<const uint8_t*>(p) + n);
+            const size_t at = s.size();
+            s.resize(at + n);
+            std::memcpy(s.data() + at, p, n);
         };
         add(out_index, sizeof out_index);
         add(out_sign, sizeof out_sign);
