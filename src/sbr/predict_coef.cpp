@@ -2,10 +2,11 @@
 // (covariance method), for real and complex QMF sub-band samples.
 //
 // For each channel the five covariances are running single-precision sums
-// over the len steps, taken in slot order; each step's products are formed
-// once and reused where two sums share them (x(n+1)x(n) of one step is
-// x(n+2)x(n+1) of the step before), which changes no bit. The coefficient
-// rules differ between the real variant's four-wide channels and every other
+// over the len steps, taken in slot order. A product that two sums share
+// (x(n+1)x(n) of one step is x(n+2)x(n+1) of the step before) is the same
+// value whether it is formed once or twice: the one-channel code keeps it,
+// the vector code, short of registers, forms it again. The coefficient rules
+// differ between the real variant's four-wide channels and every other
 // channel:
 //
 //                          four-wide (real)      one at a time / complex
@@ -68,29 +69,22 @@ inline __m128 select(__m128 mask, __m128 yes, __m128 no) {
 // Channels k .. k + 4G - 1; every lane follows the four-wide rules.
 template <int G>
 void real_group(const nkp32f* const* slot, ptrdiff_t k, ptrdiff_t len, nkp32f* alpha0, nkp32f* alpha1) {
-    __m128 x0[G], x1[G], sq0[G], sq1[G], p10[G];
+    __m128 x0[G], x1[G];
     __m128 p01[G], p02[G], p11[G], p12[G], p22[G];
     for (int g = 0; g < G; ++g) {
         x0[g] = _mm_loadu_ps(slot[0] + k + 4 * g);
         x1[g] = _mm_loadu_ps(slot[1] + k + 4 * g);
-        sq0[g] = _mm_mul_ps(x0[g], x0[g]);
-        sq1[g] = _mm_mul_ps(x1[g], x1[g]);
-        p10[g] = _mm_mul_ps(x1[g], x0[g]);
         p01[g] = p02[g] = p11[g] = p12[g] = p22[g] = _mm_setzero_ps();
     }
     for (ptrdiff_t n = 0; n < len; ++n) {
         const nkp32f* row = slot[n + 2] + k;
         for (int g = 0; g < G; ++g) {
             const __m128 x2 = _mm_loadu_ps(row + 4 * g);
-            const __m128 p21 = _mm_mul_ps(x2, x1[g]);
-            p01[g] = _mm_add_ps(p01[g], p21);
+            p01[g] = _mm_add_ps(p01[g], _mm_mul_ps(x2, x1[g]));
             p02[g] = _mm_add_ps(p02[g], _mm_mul_ps(x2, x0[g]));
-            p11[g] = _mm_add_ps(p11[g], sq1[g]);
-            p12[g] = _mm_add_ps(p12[g], p10[g]);
-            p22[g] = _mm_add_ps(p22[g], sq0[g]);
-            sq0[g] = sq1[g];
-            sq1[g] = _mm_mul_ps(x2, x2);
-            p10[g] = p21;
+            p11[g] = _mm_add_ps(p11[g], _mm_mul_ps(x1[g], x1[g]));
+            p12[g] = _mm_add_ps(p12[g], _mm_mul_ps(x1[g], x0[g]));
+            p22[g] = _mm_add_ps(p22[g], _mm_mul_ps(x0[g], x0[g]));
             x0[g] = x1[g];
             x1[g] = x2;
         }
@@ -226,26 +220,19 @@ void complex_four(const Src& src, const Dst& dst, ptrdiff_t k, ptrdiff_t len) {
     auto mul = _mm_mul_ps;
     auto add = _mm_add_ps;
     auto sub = _mm_sub_ps;
-    __m128 e0 = add(mul(x0r, x0r), mul(x0i, x0i)), e1 = add(mul(x1r, x1r), mul(x1i, x1i));
-    __m128 c10r = add(mul(x1r, x0r), mul(x1i, x0i)), c10i = sub(mul(x1i, x0r), mul(x1r, x0i));
     __m128 p01r = _mm_setzero_ps(), p01i = p01r, p02r = p01r, p02i = p01r, p11 = p01r, p12r = p01r,
            p12i = p01r, p22 = p01r;
     for (ptrdiff_t n = 0; n < len; ++n) {
         __m128 x2r, x2i;
         src.load4(n + 2, k, x2r, x2i);
-        const __m128 c21r = add(mul(x2r, x1r), mul(x2i, x1i)), c21i = sub(mul(x2i, x1r), mul(x2r, x1i));
-        p01r = add(p01r, c21r);
-        p01i = add(p01i, c21i);
+        p01r = add(p01r, add(mul(x2r, x1r), mul(x2i, x1i)));
+        p01i = add(p01i, sub(mul(x2i, x1r), mul(x2r, x1i)));
         p02r = add(p02r, add(mul(x2r, x0r), mul(x2i, x0i)));
         p02i = add(p02i, sub(mul(x2i, x0r), mul(x2r, x0i)));
-        p11 = add(p11, e1);
-        p12r = add(p12r, c10r);
-        p12i = add(p12i, c10i);
-        p22 = add(p22, e0);
-        e0 = e1;
-        e1 = add(mul(x2r, x2r), mul(x2i, x2i));
-        c10r = c21r;
-        c10i = c21i;
+        p11 = add(p11, add(mul(x1r, x1r), mul(x1i, x1i)));
+        p12r = add(p12r, add(mul(x1r, x0r), mul(x1i, x0i)));
+        p12i = add(p12i, sub(mul(x1i, x0r), mul(x1r, x0i)));
+        p22 = add(p22, add(mul(x0r, x0r), mul(x0i, x0i)));
         x0r = x1r;
         x0i = x1i;
         x1r = x2r;

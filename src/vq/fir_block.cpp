@@ -20,19 +20,20 @@ using vq::FirBlockState;
 inline bool aligned16(const void* p) { return (reinterpret_cast<uintptr_t>(p) & 15) == 0; }
 
 // dst[i] = tap[0] slot[0][i] + tap[1] slot[1][i] + ... in that order (or,
-// when Accumulate, dst[i] + tap[0] slot[0][i] + ...). Sixteen, then four,
-// then single elements at a time; every element sees the same order.
+// when Accumulate, dst[i] + tap[0] slot[0][i] + ...); each tap comes in all
+// four lanes. Sixteen, then four, then single elements at a time; every
+// element sees the same order. Each slot line is read once, whole.
 template <bool Accumulate>
-void filter(const float* const* slot, const float* tap, ptrdiff_t taps, float* dst, ptrdiff_t len) {
+void filter(const float* const* slot, const __m128* tap, ptrdiff_t taps, float* dst, ptrdiff_t len) {
     auto start = [&](ptrdiff_t i) {
-        const __m128 p = _mm_mul_ps(_mm_set1_ps(tap[0]), _mm_load_ps(slot[0] + i));
+        const __m128 p = _mm_mul_ps(tap[0], _mm_load_ps(slot[0] + i));
         return Accumulate ? _mm_add_ps(_mm_loadu_ps(dst + i), p) : p;
     };
     ptrdiff_t i = 0;
     for (; i + 16 <= len; i += 16) {
         __m128 a0 = start(i), a1 = start(i + 4), a2 = start(i + 8), a3 = start(i + 12);
         for (ptrdiff_t k = 1; k < taps; ++k) {
-            const __m128 t = _mm_set1_ps(tap[k]);
+            const __m128 t = tap[k];
             const float* s = slot[k] + i;
             a0 = _mm_add_ps(a0, _mm_mul_ps(t, _mm_load_ps(s)));
             a1 = _mm_add_ps(a1, _mm_mul_ps(t, _mm_load_ps(s + 4)));
@@ -46,13 +47,13 @@ void filter(const float* const* slot, const float* tap, ptrdiff_t taps, float* d
     }
     for (; i + 4 <= len; i += 4) {
         __m128 a = start(i);
-        for (ptrdiff_t k = 1; k < taps; ++k) a = _mm_add_ps(a, _mm_mul_ps(_mm_set1_ps(tap[k]), _mm_load_ps(slot[k] + i)));
+        for (ptrdiff_t k = 1; k < taps; ++k) a = _mm_add_ps(a, _mm_mul_ps(tap[k], _mm_load_ps(slot[k] + i)));
         _mm_storeu_ps(dst + i, a);
     }
     for (; i < len; ++i) {
-        float a = tap[0] * slot[0][i];
+        float a = _mm_cvtss_f32(tap[0]) * slot[0][i];
         if (Accumulate) a = dst[i] + a;
-        for (ptrdiff_t k = 1; k < taps; ++k) a += tap[k] * slot[k][i];
+        for (ptrdiff_t k = 1; k < taps; ++k) a += _mm_cvtss_f32(tap[k]) * slot[k][i];
         dst[i] = a;
     }
 }
@@ -113,14 +114,14 @@ nkpStatus nkpsFIRBlockOne_32f(const nkp32f* pSrc, nkp32f* pDst, nkpsFIRBlockStat
     // filters go through in chunks, the later ones adding to dst.
     constexpr ptrdiff_t kChunk = 64;
     const float* slot[kChunk];
-    float tap[kChunk];
+    __m128 tap[kChunk];
     for (ptrdiff_t first = 0; first < taps; first += kChunk) {
         const ptrdiff_t n = taps - first < kChunk ? taps - first : kChunk;
         for (ptrdiff_t m = 0; m < n; ++m) {
             const ptrdiff_t order = first + m;  // 0: newest; j + 1: the j-th oldest
             const ptrdiff_t s = order == 0 ? newest : (newest + order) % taps;
             slot[m] = line + s * stride;
-            tap[m] = pTaps[order == 0 ? 0 : taps - order];
+            tap[m] = _mm_set1_ps(pTaps[order == 0 ? 0 : taps - order]);
         }
         if (first == 0) {
             filter<false>(slot, tap, n, pDst, len);

@@ -11,77 +11,83 @@
 // neighbours or on where the source lies.
 #include "frame/exports.h"
 #include "vq/codebook.h"
+#include "vq/lanes.h"
 
 #include <algorithm>
 #include <cstring>
-#include <xmmintrin.h>
+#include <emmintrin.h>
 
 namespace nkp {
 namespace {
 
 using vq::CodeBook;
 
-// Distances of the code vectors v[0..3] to x (len elements), d- in dm and,
-// when Both, d+ in dp.
+// Adds the terms of elements bc.lo() .. bc.hi()-1 for the code vectors
+// v[0..3] to the sums dm (d-) and, when Both, dp (d+).
 template <bool Both>
-inline void distances4(const float* const v[4], const float* x, const float* w, ptrdiff_t len, __m128& dm,
-                       __m128& dp) {
-    __m128 am = _mm_setzero_ps(), ap = _mm_setzero_ps();
+inline void add_distances(const float* const* v, const vq::Broadcasts& bc, __m128& dm, __m128& dp) {
+    const ptrdiff_t lo = bc.lo(), hi = bc.hi();
     auto term = [&](__m128 e, ptrdiff_t i) {
-        const __m128 xi = _mm_set1_ps(x[i]), wi = _mm_set1_ps(w[i]);
+        const __m128 xi = bc.x(i), wi = bc.w(i);
         const __m128 tm = _mm_sub_ps(e, xi);
-        am = _mm_add_ps(am, _mm_mul_ps(wi, _mm_mul_ps(tm, tm)));
+        dm = _mm_add_ps(dm, _mm_mul_ps(wi, _mm_mul_ps(tm, tm)));
         if constexpr (Both) {
             const __m128 tp = _mm_add_ps(e, xi);
-            ap = _mm_add_ps(ap, _mm_mul_ps(wi, _mm_mul_ps(tp, tp)));
+            dp = _mm_add_ps(dp, _mm_mul_ps(wi, _mm_mul_ps(tp, tp)));
         }
     };
-    for (ptrdiff_t b = 0; b < len; b += 4) {
-        __m128 e0 = _mm_load_ps(v[0] + b), e1 = _mm_load_ps(v[1] + b);
-        __m128 e2 = _mm_load_ps(v[2] + b), e3 = _mm_load_ps(v[3] + b);
-        _MM_TRANSPOSE4_PS(e0, e1, e2, e3);
-        if (b + 4 <= len) {
-            term(e0, b);
-            term(e1, b + 1);
-            term(e2, b + 2);
-            term(e3, b + 3);
+    for (ptrdiff_t b = lo; b < hi; b += 4) {
+        __m128 e[4];
+        vq::transpose(v[0] + b, v[1] + b, v[2] + b, v[3] + b, e);
+        if (b + 4 <= hi) {
+            term(e[0], b);
+            term(e[1], b + 1);
+            term(e[2], b + 2);
+            term(e[3], b + 3);
         } else {
-            term(e0, b);
-            if (b + 1 < len) term(e1, b + 1);
-            if (b + 2 < len) term(e2, b + 2);
+            for (ptrdiff_t m = 0; b + m < hi; ++m) term(e[m], b + m);
         }
     }
-    dm = am;
-    dp = ap;
 }
 
-// Measures every code vector against one sub-vector and calls
-// take(c, distance, flag) in index order. The flag is 1 when the negated
-// vector is strictly closer (polarity only); a tie keeps 0.
+// Measures every code vector against one sub-vector and hands them on in
+// index order, four at a time: take(first, lanes, distance, flag, dv) with
+// lanes vectors from index first, their distances and flags in distance[]
+// and flag[], and the distances again as the vector dv. The flag is 1 when
+// the negated vector is strictly closer (polarity only); a tie keeps 0.
 template <class Take>
 void measure(const CodeBook& cb, const float* x, const float* w, ptrdiff_t len, bool polarity, Take take) {
-    const int32_t count = cb.count;
-    alignas(16) float dm[4], dp[4];
+    const int32_t count = cb.count, last = count - 1;
+    vq::Broadcasts bc;
+    const bool one_span = len <= vq::Broadcasts::kSpan;
+    if (one_span) bc.fill(x, w, 0, len);
+    alignas(16) float distance[4];
+    alignas(16) int32_t flag[4];
     for (int32_t c = 0; c < count; c += 4) {
-        const int32_t last = count - 1;
+        // Lanes past the end repeat the last vector.
         const float* v[4] = {cb.vectors[c], cb.vectors[std::min(c + 1, last)], cb.vectors[std::min(c + 2, last)],
                              cb.vectors[std::min(c + 3, last)]};
-        __m128 m, p;
-        if (polarity) {
-            distances4<true>(v, x, w, len, m, p);
-        } else {
-            distances4<false>(v, x, w, len, m, p);
-        }
-        _mm_store_ps(dm, m);
-        _mm_store_ps(dp, p);
-        const int32_t lanes = std::min(4, count - c);
-        for (int32_t l = 0; l < lanes; ++l) {
-            if (polarity && dm[l] > dp[l]) {
-                take(c + l, dp[l], 1);
+        __m128 dm = _mm_setzero_ps(), dp = _mm_setzero_ps();
+        for (ptrdiff_t lo = 0; lo < len || lo == 0; lo += vq::Broadcasts::kSpan) {
+            if (!one_span) bc.fill(x, w, lo, std::min(len, lo + vq::Broadcasts::kSpan));
+            if (polarity) {
+                add_distances<true>(v, bc, dm, dp);
             } else {
-                take(c + l, dm[l], 0);
+                add_distances<false>(v, bc, dm, dp);
             }
+            if (one_span) break;
         }
+        if (polarity) {
+            // The negated vector only when strictly closer; chosen without a
+            // branch, as the choice is as random as the data.
+            const __m128 negated = _mm_cmpgt_ps(dm, dp);
+            dm = _mm_or_ps(_mm_and_ps(negated, dp), _mm_andnot_ps(negated, dm));
+            _mm_store_si128(reinterpret_cast<__m128i*>(flag), _mm_srli_epi32(_mm_castps_si128(negated), 31));
+        } else {
+            _mm_store_si128(reinterpret_cast<__m128i*>(flag), _mm_setzero_si128());
+        }
+        _mm_store_ps(distance, dm);
+        take(c, std::min(4, count - c), distance, flag, dm);
     }
 }
 
@@ -93,8 +99,16 @@ class CandidateList {
 public:
     CandidateList(int32_t* index, float* key, int32_t size) : index_(index), key_(key), size_(size) {}
 
+    // A distance the list would take: any while it is filling, then only one
+    // below its last. (NaN never passes the second test.)
+    bool wants(float distance) const { return filled_ < size_ || distance < key_[size_ - 1]; }
+    // The same test for four distances, as a mask of lanes.
+    int wants4(__m128 distance) const {
+        return filled_ < size_ ? 0xF : _mm_movemask_ps(_mm_cmplt_ps(distance, _mm_set1_ps(key_[size_ - 1])));
+    }
+
     void offer(int32_t c, float distance) {
-        if (filled_ == size_ && !(distance < key_[size_ - 1])) return;
+        if (!wants(distance)) return;
         // First position whose distance is greater (binary search).
         int32_t lo = 0, hi = filled_;
         while (lo < hi) {
@@ -105,10 +119,11 @@ public:
                 lo = mid + 1;
             }
         }
-        const int32_t moved = std::min(filled_, size_ - 1) - lo;
-        if (moved > 0) {
-            std::memmove(index_ + lo + 1, index_ + lo, static_cast<size_t>(moved) * sizeof *index_);
-            std::memmove(key_ + lo + 1, key_ + lo, static_cast<size_t>(moved) * sizeof *key_);
+        // Make room: the entries from lo move down one place, the last of a
+        // full list drops out. Short lists: a plain loop beats a library call.
+        for (int32_t m = filled_ < size_ ? filled_ : size_ - 1; m > lo; --m) {
+            index_[m] = index_[m - 1];
+            key_[m] = key_[m - 1];
         }
         index_[lo] = c;
         key_[lo] = distance;
@@ -145,13 +160,18 @@ nkpStatus nkpsVQPreliminarySelect_32f(const nkp32f* pSrc, const nkp32f* pWeight,
         const bool polarity = pPolarity[k] != 0;
         int* out_index = pCandIndex + static_cast<ptrdiff_t>(k) * candCount;
         int* out_sign = pCandSign + static_cast<ptrdiff_t>(k) * candCount;
+        // Every vector's distance and flag go to the code book's work arrays.
+        auto keep = [&](int32_t first, int32_t lanes, const float* distance, const int32_t* flag) {
+            std::memcpy(cb->distances + first, distance, static_cast<size_t>(lanes) * sizeof(float));
+            std::memcpy(cb->signFlags + first, flag, static_cast<size_t>(lanes) * sizeof(int32_t));
+        };
         if (candCount >= count) {
             // Every code vector is a candidate, in index order; the list's
             // remaining entries repeat the last one.
-            measure(*cb, x, w, len, polarity, [&](int32_t c, float distance, int32_t flag) {
-                cb->distances[c] = distance;
-                cb->signFlags[c] = flag;
-            });
+            measure(*cb, x, w, len, polarity,
+                    [&](int32_t first, int32_t lanes, const float* distance, const int32_t* flag, __m128) {
+                        keep(first, lanes, distance, flag);
+                    });
             for (int32_t m = 0; m < candCount; ++m) {
                 const int32_t c = std::min(m, count - 1);
                 out_index[m] = c;
@@ -159,11 +179,17 @@ nkpStatus nkpsVQPreliminarySelect_32f(const nkp32f* pSrc, const nkp32f* pWeight,
             }
         } else {
             CandidateList list(cb->sortIndex, cb->sortKey, candCount);
-            measure(*cb, x, w, len, polarity, [&](int32_t c, float distance, int32_t flag) {
-                cb->distances[c] = distance;
-                cb->signFlags[c] = flag;
-                list.offer(c, distance);
-            });
+            measure(*cb, x, w, len, polarity,
+                    [&](int32_t first, int32_t lanes, const float* distance, const int32_t* flag, __m128 dv) {
+                        keep(first, lanes, distance, flag);
+                        // Most vectors miss the list: test the four against
+                        // its last entry at once, then offer the lanes that
+                        // passed one by one (each offer tests again).
+                        int wanted = list.wants4(dv) & ((1 << lanes) - 1);
+                        for (int32_t l = 0; wanted; ++l, wanted >>= 1) {
+                            if (wanted & 1) list.offer(first + l, distance[l]);
+                        }
+                    });
             for (int32_t m = 0; m < candCount; ++m) {
                 out_index[m] = cb->sortIndex[m];
                 out_sign[m] = cb->signFlags[cb->sortIndex[m]];
@@ -189,13 +215,16 @@ nkpStatus nkpsVQIndexSelect_32f(const nkp32f* pSrc, const nkp32f* pWeight, int s
         const bool polarity = pPolarity && pPolarity[k] != 0;
         int32_t best = 0, best_flag = 0;
         float best_distance = 0.0f;
-        measure(*cb, pSrc + offset, pWeight + offset, len, polarity, [&](int32_t c, float distance, int32_t flag) {
-            if (c == 0 || distance < best_distance) {
-                best = c;
-                best_flag = flag;
-                best_distance = distance;
-            }
-        });
+        measure(*cb, pSrc + offset, pWeight + offset, len, polarity,
+                [&](int32_t first, int32_t lanes, const float* distance, const int32_t* flag, __m128) {
+                    for (int32_t l = 0; l < lanes; ++l) {
+                        if (first + l == 0 || distance[l] < best_distance) {
+                            best = first + l;
+                            best_flag = flag[l];
+                            best_distance = distance[l];
+                        }
+                    }
+                });
         pIndex[k] = best;
         pSign[k] = best_flag;
         if (pError) pError[k] = best_distance;

@@ -118,6 +118,7 @@ const ListCase kLists[] = {
     {"single_vector_book", 4, 1, 3, {4, 2}, 1},
     {"no_polarity", 12, 40, 8, {12, 12, 11, 12}, 0},
     {"odd_sizes", 7, 13, 6, {7, 6, 5, 7, 3}, 2},
+    {"long_vectors", 300, 10, 3, {300, 129, 128, 131, 4}, 2},
 };
 
 TEST(VqPreliminary, IntegerDataMatchTheStableSortEntryForEntry) {
@@ -221,6 +222,7 @@ const PairCase kPairs[] = {
     {"one_by_one", 4, 6, 6, 1, 1, {4, 4}, 2.0f},
     {"second_list_longer", 6, 10, 40, 2, 9, {6, 3, 6, 0}, 4.0f},
     {"whole_books", 3, 5, 7, 5, 7, {3, 3}, 2.0f},
+    {"long_vectors", 260, 4, 5, 2, 3, {260, 129, 131}, 2.0f},
 };
 
 struct Lists {
