@@ -626,16 +626,18 @@ NKPAC_API nkpStatus nkpsSynthesisFilter_MP3_32s16s(const nkp32s* pSrc, nkp16s* p
  * rules, kept on purpose: alpha1 is computed whenever d != 0, alpha0
  * whenever phi11 != 0, and the pair is reset only when a square EXCEEDS 16.
  * So a coefficient of magnitude exactly 4 survives in those channels and is
- * reset in the remaining ones, and a very quiet channel (|d| below about
- * 2.6e-23, where d*d rounds to 0; 1.1e-19 when the caller flushes denormals
- * to zero) gets a computed alpha1 there and alpha1 = 0 in the remaining ones. The complex variants use the one-at-a-time rules
- * for every channel.
+ * reset in the remaining ones, and a very quiet channel (|d| below 2^-75,
+ * about 2.6e-23, where d*d rounds to 0; 2^-63 when the caller flushes
+ * denormals to zero) gets a computed alpha1 there and alpha1 = 0 in the
+ * remaining ones. The complex variants use the one-at-a-time rules for
+ * every channel.
  *
  * Coefficients are finite while len * max|x|^2 stays below about 1e19, far
  * above any QMF sample of PCM audio. Beyond that, or with NaN or infinite
  * samples, products of covariances overflow and the results follow IEEE
- * arithmetic: the four-wide channels of the real variant then give 0, the
- * others may give NaN.
+ * arithmetic: the four-wide channels of the real variant reset a non-finite
+ * coefficient to 0 (it fails "square <= 16"), the other channels may return
+ * NaN.
  *
  * Checks: any pointer argument null (NullPointer); len < 1 or numBands < 1:
  * nkpStatusOk at once, nothing read or written; then a null slot pointer

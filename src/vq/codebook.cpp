@@ -37,25 +37,26 @@ nkpStatus nkpsVQCodeBookInit_32f(const nkp32f* pSrc, nkpsVQCodeBook_32f** ppCode
 
     const vq::Layout l = vq::layout(dim, count);
     uint8_t* base = align_up<64>(pBuffer + vq::kRecordBytes);
-    CodeBook* cb = reinterpret_cast<CodeBook*>(pBuffer);
-    cb->count = count;
-    cb->dim = dim;
-    cb->vectors = reinterpret_cast<float**>(base);
-    cb->distances = reinterpret_cast<float*>(base + l.distances);
-    cb->sortIndex = reinterpret_cast<int32_t*>(base + l.sort_index);
-    cb->sortKey = reinterpret_cast<float*>(base + l.sort_key);
-    cb->signFlags = reinterpret_cast<int32_t*>(base + l.sign_flags);
-    cb->allocated = 0;
+    CodeBook cb{};
+    cb.count = count;
+    cb.dim = dim;
+    cb.vectors = reinterpret_cast<float**>(base);
+    cb.distances = reinterpret_cast<float*>(base + l.distances);
+    cb.sortIndex = reinterpret_cast<int32_t*>(base + l.sort_index);
+    cb.sortKey = reinterpret_cast<float*>(base + l.sort_key);
+    cb.signFlags = reinterpret_cast<int32_t*>(base + l.sign_flags);
+    cb.allocated = 0;
 
     const size_t row = static_cast<size_t>(dim) * sizeof(float);
     for (int32_t c = 0; c < count; ++c) {
         uint8_t* slot = base + l.vectors + c * l.vector_stride;
         std::memcpy(slot, pSrc + static_cast<size_t>(c) * dim, row);
         std::memset(slot + row, 0, static_cast<size_t>(l.vector_stride) - row);
-        cb->vectors[c] = reinterpret_cast<float*>(slot);
+        cb.vectors[c] = reinterpret_cast<float*>(slot);
     }
     std::memset(base + l.distances, 0, static_cast<size_t>(l.end - l.distances));
-    cb->valid = 1;
+    cb.valid = 1;
+    vq::write(pBuffer, cb);
     *ppCodeBook = reinterpret_cast<nkpsVQCodeBook_32f*>(pBuffer);
     return nkpStatusOk;
 }
@@ -71,9 +72,10 @@ nkpStatus nkpsVQCodeBookInitAlloc_32f(const nkp32f* pSrc, nkpsVQCodeBook_32f** p
 
 nkpStatus nkpsVQCodeBookFree_32f(nkpsVQCodeBook_32f* pCodeBook) {
     if (!pCodeBook) return nkpStatusNullPointer;
-    CodeBook* cb = reinterpret_cast<CodeBook*>(pCodeBook);
-    cb->valid = 0;
-    if (cb->allocated == 1) release(pCodeBook);
+    CodeBook cb = vq::read(pCodeBook);
+    cb.valid = 0;
+    vq::write(pCodeBook, cb);
+    if (cb.allocated == 1) release(pCodeBook);
     return nkpStatusOk;
 }
 

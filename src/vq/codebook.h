@@ -18,6 +18,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 
 namespace nkp::vq {
 
@@ -70,14 +71,20 @@ constexpr int64_t buffer_size(int64_t dim, int64_t count) {
     return per_vector * count + 1888;
 }
 
-// The code book if a working function may use it (Init made it and Free
-// has not cleared it), else null.
-inline const CodeBook* usable(const nkpsVQCodeBook_32f* book) {
-    const CodeBook* cb = reinterpret_cast<const CodeBook*>(book);
-    return cb->valid == 1 && cb->count >= 1 && cb->dim >= 1 ? cb : nullptr;
+// The record may lie at any address (a caller's buffer is not aligned for
+// it), so it is read and written whole, by copy.
+inline CodeBook read(const void* book) {
+    CodeBook cb;
+    std::memcpy(&cb, book, sizeof cb);
+    return cb;
 }
-inline CodeBook* usable(nkpsVQCodeBook_32f* book) {
-    return const_cast<CodeBook*>(usable(static_cast<const nkpsVQCodeBook_32f*>(book)));
+inline void write(void* book, const CodeBook& cb) { std::memcpy(book, &cb, sizeof cb); }
+
+// True, with the record in cb, when a working function may use the code
+// book: Init made it and Free has not cleared it.
+inline bool usable(const nkpsVQCodeBook_32f* book, CodeBook& cb) {
+    cb = read(book);
+    return cb.valid == 1 && cb.count >= 1 && cb.dim >= 1;
 }
 
 // True when every sub-vector length lies in 0 .. dim (a sub-vector never

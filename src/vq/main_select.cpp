@@ -157,9 +157,10 @@ nkpStatus nkpsVQMainSelect_32f(const nkp32f* pSrc, const nkp32f* pWeight, const 
     }
     if (subVectorCount < 1) return nkpStatusOk;
     if (candCount < 1 || candCount1 < 0) return nkpStatusBadSize;
-    const CodeBook* book0 = vq::usable(ppCodeBook[0]);
-    const CodeBook* book1 = vq::usable(ppCodeBook[1]);
-    if (!book0 || !book1) return nkpStatusWrongObject;
+    CodeBook record0, record1;
+    if (!vq::usable(ppCodeBook[0], record0) || !vq::usable(ppCodeBook[1], record1)) return nkpStatusWrongObject;
+    const CodeBook* book0 = &record0;
+    const CodeBook* book1 = &record1;
     if (!vq::lengths_fit(pLength, subVectorCount, std::min(book0->dim, book1->dim))) return nkpStatusBadSize;
     const ptrdiff_t k0 = candCount, k1 = candCount1 ? candCount1 : candCount;
     if (!vq::indices_fit(ppCandIndex[0], k0 * subVectorCount, book0->count) ||

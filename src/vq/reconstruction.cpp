@@ -18,16 +18,18 @@ nkpStatus nkpsVQReconstruction_32f(const int* const* ppIndex, const int* const* 
         if (!ppIndex[s] || !ppSign[s] || !ppCodeBook[s]) return nkpStatusNullPointer;
     }
     for (int s = 0; s < stageCount; ++s) {
-        if (!vq::usable(ppCodeBook[s])) return nkpStatusWrongObject;
+        vq::CodeBook cb;
+        if (!vq::usable(ppCodeBook[s], cb)) return nkpStatusWrongObject;
     }
     for (int s = 0; s < stageCount; ++s) {
-        const vq::CodeBook* cb = vq::usable(ppCodeBook[s]);
-        if (!vq::lengths_fit(pLength, subVectorCount, cb->dim)) return nkpStatusBadSize;
+        vq::CodeBook cb;
+        vq::usable(ppCodeBook[s], cb);
+        if (!vq::lengths_fit(pLength, subVectorCount, cb.dim)) return nkpStatusBadSize;
     }
     for (int s = 0; s < stageCount; ++s) {
-        if (!vq::indices_fit(ppIndex[s], subVectorCount, vq::usable(ppCodeBook[s])->count)) {
-            return nkpStatusOutOfRange;
-        }
+        vq::CodeBook cb;
+        vq::usable(ppCodeBook[s], cb);
+        if (!vq::indices_fit(ppIndex[s], subVectorCount, cb.count)) return nkpStatusOutOfRange;
     }
 
     const float scale = 1.0f / static_cast<float>(stageCount);
@@ -36,7 +38,7 @@ nkpStatus nkpsVQReconstruction_32f(const int* const* ppIndex, const int* const* 
     for (int k = 0; k < subVectorCount; ++k) {
         const ptrdiff_t len = pLength[k];
         for (int s = 0; s < stageCount; ++s) {
-            const float* c = vq::usable(ppCodeBook[s])->vectors[ppIndex[s][k]];
+            const float* c = vq::read(ppCodeBook[s]).vectors[ppIndex[s][k]];
             const float sign = static_cast<float>(ppSign[s][k]);
             const __m128 sign4 = _mm_set1_ps(sign);
             ptrdiff_t i = 0;

@@ -147,8 +147,9 @@ nkpStatus nkpsVQPreliminarySelect_32f(const nkp32f* pSrc, const nkp32f* pWeight,
     }
     if (subVectorCount < 1) return nkpStatusOk;
     if (candCount < 1) return nkpStatusBadSize;
-    CodeBook* cb = vq::usable(pCodeBook);
-    if (!cb) return nkpStatusWrongObject;
+    CodeBook record;
+    if (!vq::usable(pCodeBook, record)) return nkpStatusWrongObject;
+    const CodeBook* cb = &record;
     if (!vq::lengths_fit(pLength, subVectorCount, cb->dim)) return nkpStatusBadSize;
 
     const int32_t count = cb->count;
@@ -205,8 +206,9 @@ nkpStatus nkpsVQIndexSelect_32f(const nkp32f* pSrc, const nkp32f* pWeight, int s
                                 nkp32f* pError) {
     if (!pSrc || !pWeight || !pLength || !pIndex || !pSign || !pCodeBook) return nkpStatusNullPointer;
     if (subVectorCount < 1) return nkpStatusOk;
-    const CodeBook* cb = vq::usable(pCodeBook);
-    if (!cb) return nkpStatusWrongObject;
+    CodeBook record;
+    if (!vq::usable(pCodeBook, record)) return nkpStatusWrongObject;
+    const CodeBook* cb = &record;
     if (!vq::lengths_fit(pLength, subVectorCount, cb->dim)) return nkpStatusBadSize;
 
     ptrdiff_t offset = 0;

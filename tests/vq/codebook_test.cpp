@@ -54,7 +54,8 @@ TEST(VqCodeBook, LayoutFromAnyBufferAddress) {
             nkpsVQCodeBook_32f* cb = nullptr;
             ASSERT_EQ(nkpsVQCodeBookInit_32f(src.data(), &cb, shape.dim, shape.count, buf), nkpStatusOk);
             ASSERT_EQ(reinterpret_cast<uint8_t*>(cb), buf);
-            const auto* rec = reinterpret_cast<const nkp::vq::CodeBook*>(buf);
+            const nkp::vq::CodeBook record = nkp::vq::read(buf);
+            const nkp::vq::CodeBook* rec = &record;
             EXPECT_EQ(rec->count, shape.count);
             EXPECT_EQ(rec->dim, shape.dim);
             EXPECT_EQ(rec->valid, 1);
@@ -93,7 +94,7 @@ TEST_F(VqCodeBookLife, InitAllocMarksAllocatedAndFreeReleases) {
     nkpsVQCodeBook_32f* cb = nullptr;
     ASSERT_EQ(nkpsVQCodeBookInitAlloc_32f(src.data(), &cb, 8, 10), nkpStatusOk);
     ASSERT_NE(cb, nullptr);
-    EXPECT_EQ(reinterpret_cast<nkp::vq::CodeBook*>(cb)->allocated, 1);
+    EXPECT_EQ(nkp::vq::read(cb).allocated, 1);
     EXPECT_EQ(nkpcoreLiveAllocations(), live + 1);
     EXPECT_EQ(nkpsVQCodeBookFree_32f(cb), nkpStatusOk);
     EXPECT_EQ(nkpcoreLiveAllocations(), live);
@@ -131,7 +132,7 @@ TEST_F(VqCodeBookLife, FreeInvalidatesACallersCodeBook) {
     const long live = nkpcoreLiveAllocations();
     EXPECT_EQ(nkpsVQCodeBookFree_32f(book.cb), nkpStatusOk);
     EXPECT_EQ(nkpcoreLiveAllocations(), live);
-    EXPECT_EQ(reinterpret_cast<nkp::vq::CodeBook*>(book.cb)->valid, 0);
+    EXPECT_EQ(nkp::vq::read(book.cb).valid, 0);
     float x[4] = {1, 2, 3, 4}, w[4] = {1, 1, 1, 1};
     int len = 4, polarity = 1, index = -1, sign = -1;
     EXPECT_EQ(nkpsVQPreliminarySelect_32f(x, w, 1, &len, &index, &sign, 1, &polarity, book.cb), nkpStatusWrongObject);

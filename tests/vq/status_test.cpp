@@ -96,7 +96,8 @@ struct Scratch {
         add(&size, sizeof size);
         add(&made, sizeof made);
         for (const nkpsVQCodeBook_32f* b : {cb[0], cb[1]}) {
-            const auto* r = reinterpret_cast<const nkp::vq::CodeBook*>(b);
+            const nkp::vq::CodeBook record = nkp::vq::read(b);
+            const nkp::vq::CodeBook* r = &record;
             add(r->distances, 4 * 6);
             add(r->signFlags, 4 * 6);
             add(r->sortIndex, 4 * 6);
