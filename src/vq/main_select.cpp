@@ -6,8 +6,9 @@
 //
 // Errors are summed in single precision element by element from the first,
 // each term w * ((x - r) * (x - r)). Four pairs (i, j..j+3) are measured at
-// once, one per lane, with the second code book's elements transposed on the
-// fly, so every lane keeps plain element order.
+// once, one per lane, with the second list's vectors turned lane-wise (once
+// per sub-vector, or on the fly for long ones), so every lane keeps plain
+// element order.
 //
 // Two routes form r, and they may differ in the last bit:
 //   - exact: r = (s0 c0 + s1 c1) / divisor;
