@@ -77,16 +77,6 @@ TEST(FirBlock, MatchesDirectModelsAcrossManyCalls) {
     }
 }
 
-TEST(FirBlock, TwoUnitTapsAddTheLastTwoBlocks) {
-    Filter f(2, 5);
-    const float taps[2] = {1, 1}, a[5] = {1, 2, 3, 4, 5}, b[5] = {10, 20, 30, 40, 50};
-    float out[5];
-    nkpsFIRBlockOne_32f(a, out, f.state, taps);
-    EXPECT_EQ(std::vector<float>(out, out + 5), std::vector<float>(a, a + 5));
-    nkpsFIRBlockOne_32f(b, out, f.state, taps);
-    EXPECT_EQ(std::vector<float>(out, out + 5), (std::vector<float>{11, 22, 33, 44, 55}));
-}
-
 TEST(FirBlock, FiltersInPlace) {
     Filter f(3, 9), g(3, 9);
     const std::vector<float> taps = {0.5f, -0.25f, 2.0f};
@@ -133,17 +123,6 @@ TEST(FirBlock, SizesAreCutTo16Bits) {
         EXPECT_EQ(out[n - 1], want) << c.name;
         EXPECT_EQ(out[n], 9.0f) << c.name;
     }
-}
-
-TEST(FirBlock, RecordFieldsAfterInitAlloc) {
-    Filter f(6, 10);
-    const nkp::vq::FirBlockState* r = f.record();
-    EXPECT_EQ(r->numTaps, 6);
-    EXPECT_EQ(r->blockLength, 10);
-    EXPECT_EQ(r->blockStride, 12);
-    EXPECT_EQ(r->position, 0);
-    EXPECT_EQ(r->tag, 58u);
-    for (int i = 0; i < 6 * 12; ++i) ASSERT_EQ(r->delayLine[i], 0.0f);
 }
 
 class FirBlockLife : public ::testing::Test {

@@ -139,53 +139,6 @@ TEST(VqPreliminary, IntegerDataMatchTheStableSortEntryForEntry) {
     }
 }
 
-TEST(VqPreliminary, FloatDataListTheNearestVectors) {
-    Book b(vqtest::random_floats(16 * 200, -2, 2), 16);
-    const Problem p = make_problem(std::vector<int>(20, 16), false, 2);
-    const int cand = 12;
-    std::vector<int> index(20 * cand), sign(20 * cand), want_index, want_sign;
-    ASSERT_EQ(nkpsVQPreliminarySelect_32f(p.x.data(), p.w.data(), 20, p.lengths.data(), index.data(), sign.data(),
-                                          cand, p.polarity.data(), b.cb),
-              nkpStatusOk);
-    model_preliminary(b, p, cand, want_index, want_sign);
-    for (int k = 0; k < 20; ++k) {
-        for (int m = 0; m < cand; ++m) {
-            // The m-th listed vector is as near as the model's m-th (within
-            // single-precision rounding), and its flag is its better sign.
-            const Measured got = measure(b, index[k * cand + m], p, k);
-            const double want = measure(b, want_index[k * cand + m], p, k).d;
-            EXPECT_LE(got.d, want * (1 + 1e-5) + 1e-6) << k << "/" << m;
-            EXPECT_GE(got.d, want * (1 - 1e-5) - 1e-6) << k << "/" << m;
-            EXPECT_EQ(sign[k * cand + m], got.flag) << k << "/" << m;
-        }
-    }
-}
-
-// With polarity, a source equal to a negated code vector matches it with
-// flag 1 at distance 0; without, the flag is always 0.
-TEST(VqPreliminary, NegatedVectorMatchesWithFlagOne) {
-    Book b(vqtest::random_ints(4 * 8, -5, 5), 4);
-    std::vector<float> x(b.vec(5), b.vec(5) + 4);
-    for (float& v : x) v = -v;
-    const float w[4] = {1, 2, 1, 2};
-    const int len = 4;
-    for (int polarity : {1, 0}) {
-        int index[3], sign[3];
-        ASSERT_EQ(nkpsVQPreliminarySelect_32f(x.data(), w, 1, &len, index, sign, 3, &polarity, b.cb), nkpStatusOk);
-        if (polarity) {
-            EXPECT_EQ(index[0], 5);
-            EXPECT_EQ(sign[0], 1);
-        }
-        for (int m = 0; m < 3; ++m) EXPECT_EQ(sign[m] && !polarity, false);
-        float error = -1;
-        int one, flag;
-        ASSERT_EQ(nkpsVQIndexSelect_32f(x.data(), w, 1, &len, &one, &flag, &polarity, b.cb, &error), nkpStatusOk);
-        EXPECT_EQ(one, index[0]);
-        EXPECT_EQ(flag, sign[0]);
-        if (polarity) EXPECT_EQ(error, 0.0f);
-    }
-}
-
 // ---- index selection ----------------------------------------------------------
 
 TEST(VqIndexSelect, MatchesThePreliminaryFirstCandidate) {
@@ -231,20 +184,45 @@ struct Lists {
 
 Lists random_lists(const Book& b0, const Book& b1, int subs, int k0, int k1) {
     Lists l;
-    std::uniform_int_distribution<int> pick0(0, b0.count - 1), pick1(0, b1.count - 1), flag(0, 1);
-    for (int n = 0; n < subs * k0; ++n) {
-        l.index[0].push_back(pick0(vqtest::rng()));
-        l.sign[0].push_back(flag(vqtest::rng()));
-    }
-    for (int n = 0; n < subs * k1; ++n) {
-        l.index[1].push_back(pick1(vqtest::rng()));
-        l.sign[1].push_back(flag(vqtest::rng()));
+    for (int b = 0; b < 2; ++b) {
+        const int n = subs * (b ? k1 : k0), count = (b ? b1 : b0).count;
+        l.index[b] = std::vector<int>(n);
+        for (int& v : l.index[b]) v = vqtest::random_ints(1, 0, count - 1)[0];
+        l.sign[b] = std::vector<int>(n);
+        for (int& v : l.sign[b]) v = vqtest::random_ints(1, 0, 1)[0];
     }
     return l;
 }
 
-// Integer data on the dividing route (unaligned source) are exact: the
-// winner, ties included, is the model's, and so is its error.
+// One call of the main selection; its outputs.
+struct Picked {
+    std::vector<int> index[2], sign[2];
+    std::vector<float> error;
+};
+
+Picked main_select(const float* x, const float* w, const std::vector<int>& lengths, const Lists& l, int k0,
+                   int k1_arg, const Book& b0, const Book& b1, float divisor) {
+    const int subs = static_cast<int>(lengths.size());
+    Picked p;
+    for (int b = 0; b < 2; ++b) {
+        p.index[b].assign(subs, -1);
+        p.sign[b].assign(subs, -1);
+    }
+    p.error.assign(subs, -1.0f);
+    const int* cand[2] = {l.index[0].data(), l.index[1].data()};
+    const int* flags[2] = {l.sign[0].data(), l.sign[1].data()};
+    int* idx[2] = {p.index[0].data(), p.index[1].data()};
+    int* sgn[2] = {p.sign[0].data(), p.sign[1].data()};
+    const nkpsVQCodeBook_32f* books[2] = {b0.cb, b1.cb};
+    EXPECT_EQ(nkpsVQMainSelect_32f(x, w, lengths.data(), subs, k0, cand, flags, idx, sgn, books, divisor, k1_arg,
+                                   p.error.data()),
+              nkpStatusOk);
+    return p;
+}
+
+// Integer data on the dividing route (source and weights never both
+// aligned) are exact: the winner, ties included, is the model's, and so is
+// its error.
 TEST(VqMainSelect, IntegerDataPickTheModelsFirstBestPair) {
     for (const PairCase& c : kPairs) {
         for (int repeat = 0; repeat < 4; ++repeat) {
@@ -253,33 +231,23 @@ TEST(VqMainSelect, IntegerDataPickTheModelsFirstBestPair) {
             const Problem p = make_problem(c.lengths, true, 0);
             const int subs = static_cast<int>(c.lengths.size()), k1 = c.k1 ? c.k1 : c.k0;
             const Lists l = random_lists(b0, b1, subs, c.k0, k1);
-            Floats x(p.x, 1), w(p.w, 2);  // never both slices aligned
-            std::vector<int> out_index[2] = {std::vector<int>(subs, -1), std::vector<int>(subs, -1)};
-            std::vector<int> out_sign[2] = {out_index[0], out_index[1]};
-            std::vector<float> error(subs);
-            const int* cand[2] = {l.index[0].data(), l.index[1].data()};
-            const int* flags[2] = {l.sign[0].data(), l.sign[1].data()};
-            int* idx[2] = {out_index[0].data(), out_index[1].data()};
-            int* sgn[2] = {out_sign[0].data(), out_sign[1].data()};
-            const nkpsVQCodeBook_32f* books[2] = {b0.cb, b1.cb};
-            ASSERT_EQ(nkpsVQMainSelect_32f(x.data, w.data, p.lengths.data(), subs, c.k0, cand, flags, idx, sgn, books,
-                                           c.divisor, c.k1, error.data()),
-                      nkpStatusOk);
+            Floats x(p.x, 1), w(p.w, 2);
+            const Picked got = main_select(x.data, w.data, c.lengths, l, c.k0, c.k1, b0, b1, c.divisor);
             for (int k = 0; k < subs; ++k) {
-                const Choice want = model_main(b0, b1, p, k, cand[0] + k * c.k0, flags[0] + k * c.k0, c.k0,
-                                               cand[1] + k * k1, flags[1] + k * k1, k1, c.divisor);
-                EXPECT_EQ(out_index[0][k], want.i0) << c.name << " " << k;
-                EXPECT_EQ(out_index[1][k], want.i1) << c.name << " " << k;
-                EXPECT_EQ(out_sign[0][k], want.s0) << c.name << " " << k;
-                EXPECT_EQ(out_sign[1][k], want.s1) << c.name << " " << k;
-                EXPECT_EQ(error[k], want.e) << c.name << " " << k;
+                const Choice want = model_main(b0, b1, p, k, &l.index[0][k * c.k0], &l.sign[0][k * c.k0], c.k0,
+                                               &l.index[1][k * k1], &l.sign[1][k * k1], k1, c.divisor);
+                EXPECT_EQ(got.index[0][k], want.i0) << c.name << " " << k;
+                EXPECT_EQ(got.index[1][k], want.i1) << c.name << " " << k;
+                EXPECT_EQ(got.sign[0][k], want.s0) << c.name << " " << k;
+                EXPECT_EQ(got.sign[1][k], want.s1) << c.name << " " << k;
+                EXPECT_EQ(got.error[k], want.e) << c.name << " " << k;
             }
         }
     }
 }
 
-// Float data, both routes: the chosen pair is as good as the best pair
-// (within rounding), and the reported error is its error.
+// Float data on both routes: the chosen pair is as good as the best pair
+// within rounding, and the reported error is its error.
 TEST(VqMainSelect, FloatDataPickAPairAsGoodAsTheBest) {
     Book b0(vqtest::random_floats(16 * 64, -2, 2), 16), b1(vqtest::random_floats(16 * 64, -2, 2), 16);
     const std::vector<int> lengths = {16, 16, 12, 16, 15, 16, 16, 8};
@@ -288,24 +256,14 @@ TEST(VqMainSelect, FloatDataPickAPairAsGoodAsTheBest) {
     const Lists l = random_lists(b0, b1, subs, cand, cand);
     for (size_t shift : {0, 2}) {  // 0: aligned slices (reciprocal route) wherever the offsets allow
         Floats x(p.x, shift), w(p.w, shift);
-        std::vector<int> i0(subs), i1(subs), s0(subs), s1(subs);
-        std::vector<float> error(subs);
-        const int* cand_i[2] = {l.index[0].data(), l.index[1].data()};
-        const int* cand_s[2] = {l.sign[0].data(), l.sign[1].data()};
-        int* idx[2] = {i0.data(), i1.data()};
-        int* sgn[2] = {s0.data(), s1.data()};
-        const nkpsVQCodeBook_32f* books[2] = {b0.cb, b1.cb};
-        ASSERT_EQ(nkpsVQMainSelect_32f(x.data, w.data, lengths.data(), subs, cand, cand_i, cand_s, idx, sgn, books,
-                                       2.0f, 0, error.data()),
-                  nkpStatusOk);
+        const Picked got = main_select(x.data, w.data, lengths, l, cand, 0, b0, b1, 2.0f);
         for (int k = 0; k < subs; ++k) {
-            const Choice best = model_main(b0, b1, p, k, cand_i[0] + k * cand, cand_s[0] + k * cand, cand,
-                                           cand_i[1] + k * cand, cand_s[1] + k * cand, cand, 2.0);
-            // The model's error of the library's pair.
-            int c0[1] = {i0[k]}, f0[1] = {s0[k]}, c1[1] = {i1[k]}, f1[1] = {s1[k]};
-            const Choice got = model_main(b0, b1, p, k, c0, f0, 1, c1, f1, 1, 2.0);
-            EXPECT_LE(got.e, best.e * (1 + 1e-5) + 1e-6) << k;
-            EXPECT_NEAR(error[k], got.e, got.e * 1e-5 + 1e-6) << k;
+            const Choice best = model_main(b0, b1, p, k, &l.index[0][k * cand], &l.sign[0][k * cand], cand,
+                                           &l.index[1][k * cand], &l.sign[1][k * cand], cand, 2.0);
+            const Choice mine = model_main(b0, b1, p, k, &got.index[0][k], &got.sign[0][k], 1, &got.index[1][k],
+                                           &got.sign[1][k], 1, 2.0);
+            EXPECT_LE(mine.e, best.e * (1 + 1e-5) + 1e-6) << k;
+            EXPECT_NEAR(got.error[k], mine.e, mine.e * 1e-5 + 1e-6) << k;
         }
     }
 }
@@ -319,69 +277,53 @@ float refined_reciprocal(float d) {
 }
 
 TEST(VqMainSelect, AlignedGroupsOfFourMultiplyByTheRefinedReciprocal) {
+    const struct {
+        const char* name;
+        int len, element;  // the one weighted, non-zero element
+        size_t shift;      // floats past a 16-byte boundary
+        bool reciprocal;
+    } routes[] = {
+        {"aligned_group", 8, 5, 0, true},
+        {"aligned_tail", 7, 5, 0, false},
+        {"unaligned", 8, 5, 1, false},
+        {"aligned_len4", 4, 0, 0, true},
+    };
     int differing = 0;
     for (int n = 1; n <= 60; ++n) {
         const float divisor = 1.0f + 0.37f * n, v = 1.0f + 0.11f * n;
-        struct Route {
-            const char* name;
-            int len, element;  // the one weighted, non-zero element
-            size_t shift;      // floats past a 16-byte boundary
-            bool reciprocal;
-        } routes[] = {
-            {"aligned_group", 8, 5, 0, true},
-            {"aligned_tail", 7, 5, 0, false},
-            {"unaligned", 8, 5, 1, false},
-            {"aligned_len4", 4, 0, 0, true},
-        };
-        for (const Route& r : routes) {
-            std::vector<float> c0(r.len, 0.0f), c1(r.len, 0.0f), wv(r.len, 0.0f);
+        for (const auto& r : routes) {
+            std::vector<float> c0(r.len, 0.0f), wv(r.len, 0.0f);
             c0[r.element] = v;
             wv[r.element] = 1.0f;
-            Book b0(c0, r.len), b1(c1, r.len);
+            Book b0(c0, r.len), b1(std::vector<float>(r.len, 0.0f), r.len);
             Floats x(std::vector<float>(r.len, 0.0f), r.shift), w(wv, r.shift);
-            const int zero = 0, len = r.len;
-            const int* cand[2] = {&zero, &zero};
-            int i0, i1, s0, s1;
-            int* idx[2] = {&i0, &i1};
-            int* sgn[2] = {&s0, &s1};
-            const nkpsVQCodeBook_32f* books[2] = {b0.cb, b1.cb};
-            float error = -1;
-            ASSERT_EQ(nkpsVQMainSelect_32f(x.data, w.data, &len, 1, 1, cand, cand, idx, sgn, books, divisor, 0,
-                                           &error),
-                      nkpStatusOk);
+            const Lists l{{{0}, {0}}, {{0}, {0}}};
+            const Picked got = main_select(x.data, w.data, {r.len}, l, 1, 0, b0, b1, divisor);
             const float q = r.reciprocal ? v * refined_reciprocal(divisor) : v / divisor;
-            EXPECT_EQ(error, q * q) << r.name << " divisor " << divisor;
+            EXPECT_EQ(got.error[0], q * q) << r.name << " divisor " << divisor;
         }
-        if (v * refined_reciprocal(divisor) != v / divisor) ++differing;
+        differing += v * refined_reciprocal(divisor) != v / divisor;
     }
     EXPECT_GT(differing, 0) << "no divisor told the routes apart";
 }
 
 // NaN or overflowing data never beat the 1e38 start: the first pair is
-// reported with error 1e38.
+// reported with error 1e38. The other searches stay in range.
 TEST(VqMainSelect, NoFiniteErrorReportsTheFirstPair) {
     Book b0(vqtest::random_ints(4 * 5, -3, 3), 4), b1(vqtest::random_ints(4 * 5, -3, 3), 4);
-    const float inputs[][4] = {{NAN, 1, 2, 3}, {3e30f, 0, 0, 0}};
-    for (const auto& in : inputs) {
-        const float w[4] = {1, 1, 1, 1};
-        const int len = 4, c0[3] = {3, 1, 2}, f0[3] = {1, 0, 0}, c1[3] = {4, 0, 2}, f1[3] = {0, 1, 1};
-        const int* cand[2] = {c0, c1};
-        const int* flags[2] = {f0, f1};
-        int i0, i1, s0, s1;
-        int* idx[2] = {&i0, &i1};
-        int* sgn[2] = {&s0, &s1};
-        const nkpsVQCodeBook_32f* books[2] = {b0.cb, b1.cb};
-        float error = 0;
-        ASSERT_EQ(nkpsVQMainSelect_32f(in, w, &len, 1, 3, cand, flags, idx, sgn, books, 2.0f, 0, &error), nkpStatusOk);
-        EXPECT_EQ(i0, 3);
-        EXPECT_EQ(i1, 4);
-        EXPECT_EQ(s0, 1);
-        EXPECT_EQ(s1, 0);
-        EXPECT_EQ(error, 1e38f);
+    const Lists l{{{3, 1, 2}, {4, 0, 2}}, {{1, 0, 0}, {0, 1, 1}}};
+    const std::vector<float> w = {1, 1, 1, 1};
+    for (const std::vector<float>& in : {std::vector<float>{NAN, 1, 2, 3}, std::vector<float>{3e30f, 0, 0, 0}}) {
+        const Picked got = main_select(in.data(), w.data(), {4}, l, 3, 0, b0, b1, 2.0f);
+        EXPECT_EQ(got.index[0][0], 3);
+        EXPECT_EQ(got.index[1][0], 4);
+        EXPECT_EQ(got.sign[0][0], 1);
+        EXPECT_EQ(got.sign[1][0], 0);
+        EXPECT_EQ(got.error[0], 1e38f);
+        const int len = 4, polarity = 1;
         int index[2], sign[2];
-        const int polarity = 1;
-        EXPECT_EQ(nkpsVQIndexSelect_32f(in, w, 1, &len, index, sign, &polarity, b0.cb, nullptr), nkpStatusOk);
-        EXPECT_EQ(nkpsVQPreliminarySelect_32f(in, w, 1, &len, index, sign, 2, &polarity, b0.cb), nkpStatusOk);
+        EXPECT_EQ(nkpsVQIndexSelect_32f(in.data(), w.data(), 1, &len, index, sign, &polarity, b0.cb, nullptr), nkpStatusOk);
+        EXPECT_EQ(nkpsVQPreliminarySelect_32f(in.data(), w.data(), 1, &len, index, sign, 2, &polarity, b0.cb), nkpStatusOk);
         EXPECT_TRUE(index[0] >= 0 && index[0] < 5 && index[1] >= 0 && index[1] < 5);
     }
 }
@@ -407,25 +349,15 @@ TEST(VqSearch, ReconstructionReproducesTheMeasuredError) {
                                               l.sign[b].data(), cand, p.polarity.data(), b ? b1.cb : b0.cb),
                   nkpStatusOk);
     }
-    std::vector<int> idx0(subs), idx1(subs), flag0(subs), flag1(subs);
-    std::vector<float> error(subs);
-    const int* cand_i[2] = {l.index[0].data(), l.index[1].data()};
-    const int* cand_s[2] = {l.sign[0].data(), l.sign[1].data()};
-    int* idx[2] = {idx0.data(), idx1.data()};
-    int* sgn[2] = {flag0.data(), flag1.data()};
-    const nkpsVQCodeBook_32f* books[2] = {b0.cb, b1.cb};
-    ASSERT_EQ(nkpsVQMainSelect_32f(x.data, w.data, lengths.data(), subs, cand, cand_i, cand_s, idx, sgn, books, 2.0f,
-                                   0, error.data()),
-              nkpStatusOk);
-
-    std::vector<int> factor0(subs), factor1(subs);
-    for (int k = 0; k < subs; ++k) {
-        factor0[k] = 1 - 2 * flag0[k];
-        factor1[k] = 1 - 2 * flag1[k];
+    const Picked got = main_select(x.data, w.data, lengths, l, cand, 0, b0, b1, 2.0f);
+    std::vector<int> factor[2];
+    for (int b = 0; b < 2; ++b) {
+        for (int flag : got.sign[b]) factor[b].push_back(1 - 2 * flag);
     }
     std::vector<float> rebuilt(p.x.size(), 7.0f);
-    const int* indices[2] = {idx0.data(), idx1.data()};
-    const int* factors[2] = {factor0.data(), factor1.data()};
+    const int* indices[2] = {got.index[0].data(), got.index[1].data()};
+    const int* factors[2] = {factor[0].data(), factor[1].data()};
+    const nkpsVQCodeBook_32f* books[2] = {b0.cb, b1.cb};
     ASSERT_EQ(nkpsVQReconstruction_32f(indices, factors, lengths.data(), subs, 2, rebuilt.data(), books), nkpStatusOk);
     size_t at = 0;
     for (int k = 0; k < subs; ++k) {
@@ -434,7 +366,7 @@ TEST(VqSearch, ReconstructionReproducesTheMeasuredError) {
             const float t = x.data[at] - rebuilt[at];
             e += w.data[at] * (t * t);
         }
-        EXPECT_EQ(e, error[k]) << k;
+        EXPECT_EQ(e, got.error[k]) << k;
     }
 }
 
