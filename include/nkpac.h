@@ -1241,10 +1241,242 @@ NKPAC_API nkpStatus nkpsDecodeTNS_AAC_32s_I(nkp32s* pSrcDstSpectrum, const nkp32
 
 /* ---- SBR: prediction coefficients --------------------------------------- */
 /* NKPAC-SECTION sbr */
+/*
+ * Second-order prediction coefficients for the high-frequency generator of
+ * an SBR decoder (covariance method). Stateless.
+ *
+ * Input: an array of len+2 slot pointers (time slots 0 .. len+1), each
+ * pointing at numBands QMF samples (channels 0 .. numBands-1); the caller's
+ * QMF matrix is used in place. For each channel k, with x(n) the sample of
+ * slot n and the sums running over n = 0 .. len-1:
+ *   phi01 = sum x(n+2) x*(n+1)   phi02 = sum x(n+2) x*(n)
+ *   phi11 = sum |x(n+1)|^2       phi12 = sum x(n+1) x*(n)   phi22 = sum |x(n)|^2
+ * (x* is the conjugate; for real samples the identity), each a running
+ * single-precision sum in slot order. Then
+ *   d      = phi22 phi11 - 0.99999905 |phi12|^2   (0.99999905 = 1/(1 + 1e-6)
+ *            in single precision: d stays away from 0 for a channel that its
+ *            two previous samples predict perfectly)
+ *   alpha1 = (phi01 phi12 - phi02 phi11) / d           when d*d > 0, else 0
+ *   alpha0 = -(phi01 + alpha1 phi12*) / phi11          when phi11 > 0, else 0
+ * and both coefficients of the channel are reset to 0 when |alpha0|^2 >= 16
+ * or |alpha1|^2 >= 16. A channel with no energy gives 0 and 0.
+ *
+ * The real variant takes channels four at a time while four remain, and
+ * those channels (0 .. 4*floor(numBands/4) - 1) follow slightly different
+ * rules, kept on purpose: alpha1 is computed whenever d != 0, alpha0
+ * whenever phi11 != 0, and the pair is reset only when a square EXCEEDS 16.
+ * So a coefficient of magnitude exactly 4 survives in those channels and is
+ * reset in the remaining ones, and a very quiet channel (|d| below 2^-75,
+ * about 2.6e-23, where d*d rounds to 0; 2^-63 when the caller flushes
+ * denormals to zero) gets a computed alpha1 there and alpha1 = 0 in the
+ * remaining ones. The complex variants use the one-at-a-time rules for
+ * every channel.
+ *
+ * Coefficients are finite while len * max|x|^2 stays below about 1e19, far
+ * above any QMF sample of PCM audio. Beyond that, or with NaN or infinite
+ * samples, products of covariances overflow and the results follow IEEE
+ * arithmetic: the four-wide channels of the real variant reset a non-finite
+ * coefficient to 0 (it fails "square <= 16"), the other channels may return
+ * NaN.
+ *
+ * Checks: any pointer argument null (NullPointer); len < 1 or numBands < 1:
+ * nkpStatusOk at once, nothing read or written; then a null slot pointer
+ * among slots 0 .. len+1 (NullPointer), before anything is written.
+ * Any alignment; returns nkpStatusOk.
+ */
+/* Real samples (the low-power SBR decoder). */
+NKPAC_API nkpStatus nkpsPredictCoef_SBR_R_32f_D2L(const nkp32f* const* ppSrc, nkp32f* pAlpha0, nkp32f* pAlpha1,
+                                                  int numBands, int len);
+/* Complex samples stored as (re, im) pairs; complex coefficients likewise. */
+NKPAC_API nkpStatus nkpsPredictCoef_SBR_C_32fc_D2L(const nkp32fc* const* ppSrc, nkp32fc* pAlpha0,
+                                                   nkp32fc* pAlpha1, int numBands, int len);
+/* Complex samples with real and imaginary parts in separate slot arrays
+ * (ppSrcRe[n][k], ppSrcIm[n][k]); the coefficients' parts are written to
+ * four arrays. Same results as nkpsPredictCoef_SBR_C_32fc_D2L, bit for bit. */
+NKPAC_API nkpStatus nkpsPredictCoef_SBR_C_32f_D2L(const nkp32f* const* ppSrcRe, const nkp32f* const* ppSrcIm,
+                                                  nkp32f* pAlpha0Re, nkp32f* pAlpha0Im, nkp32f* pAlpha1Re,
+                                                  nkp32f* pAlpha1Im, int numBands, int len);
 /* NKPAC-END sbr */
 
 /* ---- Vector quantisation and the block FIR filter ----------------------- */
 /* NKPAC-SECTION vq */
+/*
+ * Weighted vector quantisation with two conjugate code books. A spectrum is
+ * cut into sub-vectors (sub-vector k is the next pLength[k] floats of the
+ * source and of the weights), and each sub-vector is represented by
+ * (s0 c0 + s1 c1) / divisor: one signed vector from each code book. The
+ * search has two stages: nkpsVQPreliminarySelect_32f keeps a short list of
+ * candidates per sub-vector and code book, nkpsVQMainSelect_32f tries every
+ * pair of candidates. nkpsVQReconstruction_32f rebuilds the spectrum;
+ * nkpsVQIndexSelect_32f searches one whole code book for the single best
+ * vector (a one-book quantiser, or a refinement stage).
+ *
+ * Signs: the searches report sign FLAGS (0: the vector as stored, 1: its
+ * negation; the factor is 1 - 2 * flag, and any non-zero flag given to a
+ * function counts as 1). nkpsVQReconstruction_32f takes sign FACTORS (+1 or
+ * -1) per stage: convert with 1 - 2 * flag.
+ *
+ * Weighted distance of a code vector c to the sub-vector x with weights w:
+ * sum w * ((c - x) * (c - x)), in single precision, summed element by
+ * element from the first, identically in every function; with polarity also
+ * the negated vector's sum w * ((c + x) * (c + x)). Sub-vector lengths must
+ * lie in 0 .. the code book's dim; length 0 gives distance 0.
+ *
+ * Checking order of the searches and the reconstruction: the pointers
+ * (NullPointer); subVectorCount < 1 returns nkpStatusOk at once, writing
+ * nothing; the other scalars in parameter order (BadSize); a code book that
+ * Init did not make or that Free has invalidated (WrongObject); a sub-vector
+ * length outside 0 .. a code book's dim (BadSize); a candidate or chosen
+ * index outside 0 .. count-1 of its code book (OutOfRange). Nothing is
+ * written, the code book's work arrays included, before every check passes.
+ * Floats are not checked: NaN or overflowing data give what IEEE arithmetic
+ * gives (see each function for how such distances rank), never a crash.
+ */
+typedef struct nkpsVQCodeBook_32f nkpsVQCodeBook_32f;
+
+/* Bytes for a code book of count vectors of dim floats:
+ * (dim * 16 + 352) * count + 1888. Checks: pSize null (NullPointer); dim < 1,
+ * count < 1, or a size above 2^31 - 1 (BadSize). */
+NKPAC_API nkpStatus nkpsVQCodeBookGetSize_32f(int dim, int count, int* pSize);
+
+/* Builds a code book in pBuffer (GetSize bytes, any alignment) from count
+ * vectors of dim floats at pSrc (vector after vector; copied) and stores
+ * pBuffer in *ppCodeBook. The code book starts at the buffer's own address;
+ * its arrays begin at the first 64-byte boundary at or after 88 bytes into
+ * the buffer: count vector pointers (rounded up to 64 bytes), the vectors
+ * (each dim * 4 bytes rounded up to 64), then four work arrays of count
+ * 32-bit entries (each rounded up to 64 bytes). The work arrays belong to
+ * nkpsVQPreliminarySelect_32f; every other function only reads a code book.
+ * Checks: a null pointer (NullPointer); dim, count as GetSize (BadSize). */
+NKPAC_API nkpStatus nkpsVQCodeBookInit_32f(const nkp32f* pSrc, nkpsVQCodeBook_32f** ppCodeBook, int dim,
+                                           int count, nkp8u* pBuffer);
+
+/* GetSize, allocation, Init. Checks: ppCodeBook null (NullPointer); dim and
+ * count (BadSize); the allocation (NoMemory); then Init's checks with the
+ * buffer released again (pSrc null: NullPointer). Unlike other objects'
+ * InitAlloc, a failure leaves nothing allocated; *ppCodeBook is then NULL. */
+NKPAC_API nkpStatus nkpsVQCodeBookInitAlloc_32f(const nkp32f* pSrc, nkpsVQCodeBook_32f** ppCodeBook, int dim,
+                                                int count);
+
+/* Marks the code book invalid (the working functions then answer
+ * WrongObject) and releases the buffer when InitAlloc made it. There is no
+ * type check: pass only code books. Checks: null (NullPointer). */
+NKPAC_API nkpStatus nkpsVQCodeBookFree_32f(nkpsVQCodeBook_32f* pCodeBook);
+
+/* Candidate lists for one code book. For each sub-vector k every code
+ * vector's distance d- is measured; with pPolarity[k] non-zero also d+, and
+ * the vector takes the smaller with flag 1 only when d+ < d- (a tie keeps
+ * flag 0). Then:
+ *  - candCount < count: the candCount vectors of smallest distance, best
+ *    first; among equal distances the lower index first (a NaN distance
+ *    never displaces a listed one);
+ *  - candCount >= count: every code vector in index order (not sorted by
+ *    distance), then the last one repeated to fill candCount entries.
+ * Output per sub-vector k and m = 0 .. candCount-1: pCandIndex[k*candCount
+ * + m] and the flag pCandSign[k*candCount + m]. The call writes the code
+ * book's work arrays: one call at a time per code book. Checks (order
+ * above): a null pointer; subVectorCount < 1 (Ok); candCount < 1 (BadSize);
+ * the code book (WrongObject); the lengths (BadSize). */
+NKPAC_API nkpStatus nkpsVQPreliminarySelect_32f(const nkp32f* pSrc, const nkp32f* pWeight, int subVectorCount,
+                                                const int* pLength, int* pCandIndex, int* pCandSign, int candCount,
+                                                const int* pPolarity, nkpsVQCodeBook_32f* pCodeBook);
+
+/* The best pair of candidates per sub-vector. ppCandIndex[b], ppCandSign[b]
+ * (b = 0, 1) are the candidate lists of code book ppCodeBook[b] as
+ * nkpsVQPreliminarySelect_32f writes them: candCount entries per sub-vector
+ * for the first book, candCount1 for the second (0: candCount as well).
+ * For every pair (i over the first list, outer; j over the second, inner):
+ *   r = (s0 c0[i] + s1 c1[j]) / divisor, e = sum w * ((x - r) * (x - r)),
+ * summed element by element; a pair replaces the best only when its e is
+ * strictly smaller than the best so far, which starts at 1e38: the first
+ * pair in search order wins a tie. When no pair comes below 1e38 (overflow,
+ * NaN, a zero divisor) the first pair of the lists is reported.
+ * Output at position k: ppIndex[b][k] (code-vector indices), ppSign[b][k]
+ * (flags, 0 or 1) and, when pError is not NULL, pError[k] = the best e (1e38
+ * when no pair came below it).
+ *
+ * Data alignment decides how r is formed, so results may differ in the last
+ * bit between aligned and unaligned data: a sub-vector whose source and
+ * weight slices both start on a 16-byte boundary takes its first
+ * 4*floor(len/4) elements four at a time, multiplying by a reciprocal of the
+ * divisor (the processor's reciprocal estimate a refined by one Newton step,
+ * 2a - divisor*a*a; the estimate, and so the last bit, may differ between
+ * processor models); its last len mod 4 elements, and every element of any
+ * other sub-vector, divide by the divisor.
+ *
+ * Optional arguments (after the divisor): candCount1 (0: same as
+ * candCount) and pError (NULL: not written). With 0 and NULL the call is
+ * the plain two-book search.
+ * Checks (order above): a null pointer among the eight, or a null entry in
+ * one of the two-entry arrays (NullPointer); subVectorCount < 1 (Ok);
+ * candCount < 1, candCount1 < 0 (BadSize); the code books (WrongObject); the
+ * lengths against the smaller dim (BadSize); the candidate indices
+ * (OutOfRange). */
+NKPAC_API nkpStatus nkpsVQMainSelect_32f(const nkp32f* pSrc, const nkp32f* pWeight, const int* pLength,
+                                         int subVectorCount, int candCount, const int* const* ppCandIndex,
+                                         const int* const* ppCandSign, int* const* ppIndex, int* const* ppSign,
+                                         const nkpsVQCodeBook_32f* const* ppCodeBook, nkp32f divisor,
+                                         int candCount1, nkp32f* pError);
+
+/* The single best code vector for each sub-vector, over the whole code book:
+ * the smallest distance (d-, or with pPolarity[k] non-zero the smaller of d-
+ * and d+ as in nkpsVQPreliminarySelect_32f), the lower index on a tie; the
+ * same answer as nkpsVQPreliminarySelect_32f with candCount 1, but the code
+ * book is only read, so concurrent calls may share it. A NaN distance never
+ * displaces an earlier one. Output: pIndex[k], the flag pSign[k] and, when
+ * pError is not NULL, pError[k] = the distance. pPolarity may be NULL (no
+ * polarity anywhere). Checks (order above): a null required pointer;
+ * subVectorCount < 1 (Ok); the code book (WrongObject); the lengths
+ * (BadSize). */
+NKPAC_API nkpStatus nkpsVQIndexSelect_32f(const nkp32f* pSrc, const nkp32f* pWeight, int subVectorCount,
+                                          const int* pLength, int* pIndex, int* pSign, const int* pPolarity,
+                                          const nkpsVQCodeBook_32f* pCodeBook, nkp32f* pError);
+
+/* Rebuilds the spectrum: for each sub-vector k (pLength[k] floats of pDst,
+ * consecutive), dst = ppSign[0][k] * c0 + ppSign[1][k] * c1 + ... in stage
+ * order, with c_s = vector ppIndex[s][k] of code book ppCodeBook[s] and the
+ * signs as factors (+1/-1; other integers scale the vector), then every value
+ * times 1/stageCount (in single precision). Two stages from
+ * nkpsVQMainSelect_32f with divisor 2 give exactly the r it measured on the
+ * dividing route. Checks (order above): a null pointer (NullPointer);
+ * subVectorCount < 1 (Ok); stageCount < 1 (BadSize); a null entry among the
+ * first stageCount of ppIndex, ppSign, ppCodeBook (NullPointer); the code
+ * books (WrongObject); the lengths (BadSize); the indices (OutOfRange). */
+NKPAC_API nkpStatus nkpsVQReconstruction_32f(const int* const* ppIndex, const int* const* ppSign,
+                                             const int* pLength, int subVectorCount, int stageCount,
+                                             nkp32f* pDst, const nkpsVQCodeBook_32f* const* ppCodeBook);
+
+/*
+ * Block FIR filter: each call takes one block of blockLength floats, and the
+ * output block is, element by element, taps[0] times the new block plus
+ * taps[k] times the block of k calls ago (k = 1 .. numTaps-1; blocks before
+ * the first call are zero). The sum is formed as taps[0]*new, then adds the
+ * oldest block first, down to the block of one call ago; that order is part
+ * of the result. The state is a small record that only InitAlloc makes.
+ */
+typedef struct nkpsFIRBlockState_32f nkpsFIRBlockState_32f;
+
+/* Creates the state with a zero delay line. The record keeps numTaps and
+ * blockLength in 16-bit fields: values above 32767 are cut to their low 16
+ * bits, and a cut value below 1 is refused later by nkpsFIRBlockOne_32f
+ * (BadFilterLength); the delay line is sized from the full values. Checks:
+ * ppState null (NullPointer); numTaps < 1 or blockLength < 1
+ * (BadFilterLength); either allocation failing (NoMemory, nothing kept).
+ * *ppState is written only on success. */
+NKPAC_API nkpStatus nkpsFIRBlockInitAlloc_32f(nkpsFIRBlockState_32f** ppState, int numTaps, int blockLength);
+
+/* Releases the delay line and the record. Checks: null (NullPointer); a
+ * record that InitAlloc did not make (WrongObject, nothing released). */
+NKPAC_API nkpStatus nkpsFIRBlockFree_32f(nkpsFIRBlockState_32f* pState);
+
+/* Filters one block: pSrc and pDst hold blockLength floats (they may be the
+ * same array), pTaps numTaps floats. Checks: a null pointer (NullPointer);
+ * the record (WrongObject); its block length or tap count below 1, or its
+ * position outside 0 .. numTaps-1 (BadFilterLength). Returns
+ * nkpStatusMisaligned (a warning; the block is complete) when pSrc, pDst or
+ * pTaps is not 16-byte aligned, else nkpStatusOk. */
+NKPAC_API nkpStatus nkpsFIRBlockOne_32f(const nkp32f* pSrc, nkp32f* pDst, nkpsFIRBlockState_32f* pState,
+                                        const nkp32f* pTaps);
 /* NKPAC-END vq */
 
 #ifdef __cplusplus
