@@ -104,6 +104,4 @@ inline bool indices_fit(const int* index, ptrdiff_t n, int count) {
     return true;
 }
 
-inline bool aligned16(const void* p) { return (reinterpret_cast<uintptr_t>(p) & 15) == 0; }
-
 }  // namespace nkp::vq

@@ -4,6 +4,7 @@
 //   dst = taps[0] new; then for the older blocks, oldest first,
 //   dst += taps[k] (block k calls old), k = N-1 down to 1.
 // The order of that sum is part of the result.
+#include "common/numeric.h"
 #include "frame/exports.h"
 #include "frame/memory.h"
 #include "vq/fir_block.h"
@@ -17,7 +18,6 @@ namespace {
 
 using vq::FirBlockState;
 
-inline bool aligned16(const void* p) { return (reinterpret_cast<uintptr_t>(p) & 15) == 0; }
 
 // dst[i] = tap[0] slot[0][i] + tap[1] slot[1][i] + ... in that order (or,
 // when Accumulate, dst[i] + tap[0] slot[0][i] + ...); each tap comes in all

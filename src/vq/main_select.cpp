@@ -18,6 +18,7 @@
 // boundary takes its elements four at a time by the reciprocal route; the
 // last len mod 4 elements, and every element of any other sub-vector, take
 // the exact route.
+#include "common/numeric.h"
 #include "frame/exports.h"
 #include "vq/codebook.h"
 #include "vq/lanes.h"
@@ -180,7 +181,7 @@ nkpStatus nkpsVQMainSelect_32f(const nkp32f* pSrc, const nkp32f* pWeight, const 
         sv.x = pSrc + offset;
         sv.w = pWeight + offset;
         sv.len = pLength[k];
-        sv.reciprocal_end = vq::aligned16(sv.x) && vq::aligned16(sv.w) ? sv.len & ~ptrdiff_t{3} : 0;
+        sv.reciprocal_end = aligned16(sv.x) && aligned16(sv.w) ? sv.len & ~ptrdiff_t{3} : 0;
         const bool one_span = sv.len <= vq::Broadcasts::kSpan;
         if (one_span) bc.fill(sv.x, sv.w, 0, sv.len);
         const int* cand0 = ppCandIndex[0] + k * k0;
