@@ -1,84 +1,67 @@
 // The prediction functions' statuses in checking order: pointers, then an
-// empty call (len or numBands < 1: success, nothing written), then the slot
-// pointers the call would read. Nothing is written on any refusal.
+// empty call (len or numBands < 1: success, nothing read or written), then
+// the slot pointers the call would read. Nothing is written on a refusal.
+#include "common/pointer_checks.h"
 #include "frame/exports.h"
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <functional>
-#include <string>
+#include <cstring>
 
 namespace {
 
+enum { kAllSlots, kSlot2Missing, kSlot3Missing };
+
 struct Scratch {
-    float rows[4][8] = {{1, 2, 3, 4, 5, 6, 7, 8}, {2, 1, 2, 1, 2, 1, 2, 1}, {3, 1, 4, 1, 5, 9, 2, 6}, {1, 1, 2, 3, 5, 8, 1, 3}};
-    nkp32fc crows[4][8] = {};
-    const float* slots[4] = {rows[0], rows[1], rows[2], rows[3]};
-    const float* holed[4] = {rows[0], rows[1], nullptr, rows[3]};
-    const float* short_tail[4] = {rows[0], rows[1], rows[2], nullptr};
-    const nkp32fc* cslots[4] = {crows[0], crows[1], crows[2], crows[3]};
-    const nkp32fc* choled[4] = {crows[0], crows[1], crows[2], nullptr};
+    float rows[4][8] = {{1, 2, 3, 4, 5, 6, 7, 8}, {2, 1, 2, 1, 2, 1, 2, 1}, {3, 1, 4, 1, 5, 9, 2, 6}, {1, 1, 2, 3}};
+    nkp32fc c[4][8] = {};
+    const float* slots[3][4] = {{rows[0], rows[1], rows[2], rows[3]}, {rows[0], rows[1], nullptr, rows[3]},
+                                {rows[0], rows[1], rows[2], nullptr}};
+    const nkp32fc* cslots[3][4] = {{c[0], c[1], c[2], c[3]}, {c[0], c[1], nullptr, c[3]}, {c[0], c[1], c[2], nullptr}};
     float out[4][8] = {};
     nkp32fc cout[2][8] = {};
+    // Variants 2 and 3: the split one with the slot fault in its real, then its imaginary parts.
+    nkpStatus call(int variant, int s, int bands, int len) {
+        if (variant == 0) return nkpsPredictCoef_SBR_R_32f_D2L(slots[s], out[0], out[1], bands, len);
+        if (variant == 1) return nkpsPredictCoef_SBR_C_32fc_D2L(cslots[s], cout[0], cout[1], bands, len);
+        const float* const* re = slots[variant == 2 ? s : kAllSlots];
+        const float* const* im = slots[variant == 3 ? s : kAllSlots];
+        return nkpsPredictCoef_SBR_C_32f_D2L(re, im, out[0], out[1], out[2], out[3], bands, len);
+    }
 };
 
-struct Row {
-    const char* name;
-    std::function<nkpStatus(Scratch&, int path)> call;
-    nkpStatus expected;
-};
-
-constexpr nkpStatus kNull = nkpStatusNullPointer, kOk = nkpStatusOk;
-
-#define ROW(name, expr, expected) {name, [](Scratch& s, int path) -> nkpStatus { return expr; }, expected}
-#define REAL nkpt_nkpsPredictCoef_SBR_R_32f_D2L[path]
-#define CPLX nkpt_nkpsPredictCoef_SBR_C_32fc_D2L[path]
-#define SPLIT nkpt_nkpsPredictCoef_SBR_C_32f_D2L[path]
-
-const Row kRows[] = {
-    ROW("real/src_null", REAL(nullptr, s.out[0], s.out[1], 8, 2), kNull),
-    ROW("real/alpha0_null", REAL(s.slots, nullptr, s.out[1], 8, 2), kNull),
-    ROW("real/alpha1_null", REAL(s.slots, s.out[0], nullptr, 0, 0), kNull),
-    ROW("real/len_zero_is_empty", REAL(s.holed, s.out[0], s.out[1], 8, 0), kOk),
-    ROW("real/len_negative_is_empty", REAL(s.slots, s.out[0], s.out[1], 8, -5), kOk),
-    ROW("real/bands_zero_is_empty", REAL(s.holed, s.out[0], s.out[1], 0, 2), kOk),
-    ROW("real/bands_negative_is_empty", REAL(s.slots, s.out[0], s.out[1], -1, 2), kOk),
-    ROW("real/slot_null_after_sizes", REAL(s.holed, s.out[0], s.out[1], 8, 2), kNull),
-    ROW("real/last_slot_null", REAL(s.short_tail, s.out[0], s.out[1], 8, 2), kNull),
-    ROW("real/slot_beyond_len_unread_ok", REAL(s.short_tail, s.out[0], s.out[1], 8, 1), kOk),
-    ROW("complex/src_null", CPLX(nullptr, s.cout[0], s.cout[1], 8, 2), kNull),
-    ROW("complex/alpha0_null", CPLX(s.cslots, nullptr, s.cout[1], 8, 2), kNull),
-    ROW("complex/alpha1_null", CPLX(s.cslots, s.cout[0], nullptr, 8, 2), kNull),
-    ROW("complex/bands_zero_is_empty", CPLX(s.choled, s.cout[0], s.cout[1], 0, 2), kOk),
-    ROW("complex/slot_null", CPLX(s.choled, s.cout[0], s.cout[1], 8, 2), kNull),
-    ROW("complex/slot_beyond_len_unread_ok", CPLX(s.choled, s.cout[0], s.cout[1], 8, 1), kOk),
-    ROW("split/re_null", SPLIT(nullptr, s.slots, s.out[0], s.out[1], s.out[2], s.out[3], 8, 2), kNull),
-    ROW("split/im_null", SPLIT(s.slots, nullptr, s.out[0], s.out[1], s.out[2], s.out[3], 8, 2), kNull),
-    ROW("split/alpha0_re_null", SPLIT(s.slots, s.slots, nullptr, s.out[1], s.out[2], s.out[3], 8, 2), kNull),
-    ROW("split/alpha0_im_null", SPLIT(s.slots, s.slots, s.out[0], nullptr, s.out[2], s.out[3], 8, 2), kNull),
-    ROW("split/alpha1_re_null", SPLIT(s.slots, s.slots, s.out[0], s.out[1], nullptr, s.out[3], 8, 2), kNull),
-    ROW("split/alpha1_im_null", SPLIT(s.slots, s.slots, s.out[0], s.out[1], s.out[2], nullptr, 0, 0), kNull),
-    ROW("split/len_zero_is_empty", SPLIT(s.holed, s.holed, s.out[0], s.out[1], s.out[2], s.out[3], 8, 0), kOk),
-    ROW("split/im_slot_null", SPLIT(s.slots, s.holed, s.out[0], s.out[1], s.out[2], s.out[3], 8, 2), kNull),
-    ROW("split/ok", SPLIT(s.slots, s.slots, s.out[0], s.out[1], s.out[2], s.out[3], 8, 2), kOk),
-};
-
-#undef ROW
-#undef REAL
-#undef CPLX
-#undef SPLIT
+TEST(SbrStatuses, PointersComeFirst) {
+    using nkptest::expect_each_pointer_required;
+    Scratch s;  // the slot arrays miss a slot, and the calls are empty
+    const float* const* holed = s.slots[kSlot2Missing];
+    expect_each_pointer_required("real", nkpsPredictCoef_SBR_R_32f_D2L, holed, s.out[0], s.out[1], 0, 0);
+    expect_each_pointer_required("complex", nkpsPredictCoef_SBR_C_32fc_D2L, s.cslots[kSlot2Missing], s.cout[0],
+                                 s.cout[1], 0, 0);
+    expect_each_pointer_required("split", nkpsPredictCoef_SBR_C_32f_D2L, holed, holed, s.out[0], s.out[1], s.out[2],
+                                 s.out[3], 0, 0);
+}
 
 TEST(SbrStatuses, FirstFailingCheckDecidesAndRefusalsWriteNothing) {
-    for (int path = 0; path < 2; ++path) {
-        for (const Row& row : kRows) {
+    const struct {
+        const char* name;
+        int slots, bands, len;
+        nkpStatus expected;
+    } rows[] = {
+        {"len_zero_is_empty", kSlot2Missing, 8, 0, nkpStatusOk},
+        {"len_negative_is_empty", kSlot2Missing, 8, -5, nkpStatusOk},
+        {"bands_zero_is_empty", kSlot2Missing, 0, 2, nkpStatusOk},
+        {"bands_negative_is_empty", kSlot2Missing, -1, 2, nkpStatusOk},
+        {"slot_null", kSlot2Missing, 8, 2, nkpStatusNullPointer},
+        {"last_slot_null", kSlot3Missing, 8, 2, nkpStatusNullPointer},
+        {"slot_past_len_unread", kSlot3Missing, 8, 1, nkpStatusOk},  // runs
+    };
+    for (int variant = 0; variant < 4; ++variant) {
+        for (const auto& row : rows) {
             Scratch s;
-            EXPECT_EQ(row.call(s, path), row.expected) << row.name << " (path " << path << ")";
-            const bool ran = std::string(row.name).find("ok") != std::string::npos;
-            if (ran) continue;
             const Scratch fresh;
-            EXPECT_TRUE(std::equal(&s.out[0][0], &s.out[0][0] + 32, &fresh.out[0][0])) << row.name;
-            EXPECT_TRUE(std::equal(&s.cout[0][0].re, &s.cout[0][0].re + 32, &fresh.cout[0][0].re)) << row.name;
+            EXPECT_EQ(s.call(variant, row.slots, row.bands, row.len), row.expected) << row.name << " " << variant;
+            const bool untouched = !std::memcmp(s.out, fresh.out, 128) && !std::memcmp(s.cout, fresh.cout, 128);
+            EXPECT_TRUE(untouched || row.len == 1) << row.name << " " << variant << ": written";
         }
     }
 }
