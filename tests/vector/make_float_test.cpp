@@ -14,40 +14,33 @@ namespace {
 using nkptest::Buffer;
 
 TEST(MakeFloat, ExactInRangeAndRawBitArithmeticOutside) {
-    struct Case {
+    const float inf = std::numeric_limits<float>::infinity();
+    const struct {
         int16_t mant, exp;
         float want;
-    };
-    const float inf = std::numeric_limits<float>::infinity();
-    const Case cases[] = {
+    } cases[] = {
         {16384, 0, 0.5f},
         {-32768, -15, -32768.0f},
-        {3, 111, 3 * std::ldexp(1.0f, -126)},   // smallest normal factor
-        {3, 112, 0.0f},                         // field reaches 0: factor 0, not 2^-127
-        {1, 113, inf},                          // field wraps to all ones: infinity
+        {3, 111, 3 * std::ldexp(1.0f, -126)},  // smallest normal factor
+        {3, 112, 0.0f},                        // field reaches 0: factor 0, not 2^-127
+        {1, 113, inf},                         // field wraps to all ones: infinity
         {-1, 113, -inf},
-        {1, -145, std::ldexp(1.0f, -126)},      // 2^130 wraps past the sign bit to 2^-126
+        {0, 113, NAN},                         // 0 * infinity
+        {1, -145, std::ldexp(1.0f, -126)},     // 2^130 wraps past the sign bit to 2^-126
         {5, -112, 5 * std::ldexp(1.0f, 97)},
-        {1, 256 + 10, std::ldexp(1.0f, -25)},   // only the exponent's low 9 bits count
+        {1, 256 + 10, std::ldexp(1.0f, -25)},  // only the exponent's low 9 bits count
     };
-    for (size_t k = 0; k < sizeof cases / sizeof cases[0]; ++k) {
-        // Each case at every position of a 13-long run, so the vector body
-        // and the scalar tail both meet it.
+    for (const auto& c : cases) {
+        // Each case at every position of a 13-long run, so that the vector
+        // body and the scalar tail both meet it.
         Buffer<int16_t> m(13), e(13);
         Buffer<float> d(13);
-        for (int i = 0; i < 13; ++i) {
-            m[i] = cases[k].mant;
-            e[i] = cases[k].exp;
-        }
+        for (int i = 0; i < 13; ++i) m[i] = c.mant, e[i] = c.exp;
         ASSERT_EQ(nkpsMakeFloat_16s32f(m.data(), e.data(), 13, d.data()), nkpStatusOk);
-        for (int i = 0; i < 13; ++i) EXPECT_EQ(d[i], cases[k].want) << "case " << k << " at " << i;
+        for (int i = 0; i < 13; ++i) {
+            EXPECT_TRUE(std::isnan(c.want) ? std::isnan(d[i]) : d[i] == c.want) << c.mant << " " << c.exp << " " << i;
+        }
     }
-    Buffer<int16_t> m(1), e(1);
-    Buffer<float> d(1);
-    m[0] = 0;
-    e[0] = 113;
-    nkpsMakeFloat_16s32f(m.data(), e.data(), 1, d.data());
-    EXPECT_TRUE(std::isnan(d[0])) << "0 * inf";
 }
 
 // Every table entry is 2^(k/4) rounded once to float (subnormals included).
@@ -56,30 +49,23 @@ TEST(CalcSF, WholeTableAgainstExactPowers) {
     Buffer<float> d(1024);
     for (int k = 0; k < 1024; ++k) sf[k] = int16_t(k - 512 + 100);
     ASSERT_EQ(nkpsCalcSF_16s32f(sf.data(), 100, d.data(), 1024), nkpStatusOk);
-    for (int k = 0; k < 1024; ++k) {
-        EXPECT_EQ(d[k], static_cast<float>(std::exp2l((k - 512) / 4.0L))) << k;
-    }
-    EXPECT_EQ(d[512], 1.0f);
-    EXPECT_EQ(d[516], 2.0f);
-    EXPECT_EQ(d[0], std::ldexp(1.0f, -128));
+    for (int k = 0; k < 1024; ++k) EXPECT_EQ(d[k], static_cast<float>(std::exp2l((k - 512) / 4.0L))) << k;
 }
 
 TEST(CalcSF, WrapAroundAndOffsetLimit) {
-    struct Case {
+    const struct {
         const char* name;
         int16_t sf;
         int offset;
         long double exponent;  // the quarter-power actually produced
-    };
-    const Case cases[] = {
+    } cases[] = {
         {"sf_equals_offset", -7, -7, 0},
-        {"plus_four", 104, 100, 1},
         {"top_of_table", 611, 100, 511 / 4.0L},
         {"one_past_top_wraps_to_bottom", 612, 100, -128},
         {"one_below_bottom_wraps_to_top", -413, 100, 511 / 4.0L},
-        {"offset_held_at_32255", 0, 40000, (1 - 512) / 4.0L},     // index (sf + 1) & 1023
+        {"offset_held_at_32255", 0, 40000, (1 - 512) / 4.0L},  // index (sf + 1) & 1023
         {"offset_held_huge", 1023, 2147483647, (0 - 512) / 4.0L},
-        {"very_negative_offset_wraps", 0, -2147483647 - 1, 0},    // -2^31 = 0 mod 1024
+        {"very_negative_offset_wraps", 0, -2147483647 - 1, 0},  // -2^31 = 0 mod 1024
     };
     for (const auto& c : cases) {
         float d = 0;
