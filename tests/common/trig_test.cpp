@@ -9,7 +9,6 @@
 #include <array>
 #include <cmath>
 #include <cstdint>
-#include <cstdio>
 #include <cstring>
 #include <limits>
 #include <random>
@@ -76,14 +75,6 @@ double ulp_error(double got, Quad ref) {
     return static_cast<double>((d < 0 ? -d : d) / Quad(std::ldexp(1.0, e - 53)));
 }
 
-struct Worst {
-    double err = 0;
-    int64_t k = 0, n = 1;
-    void take(double e, int64_t kk, int64_t nn) {
-        if (e > err) err = e, k = kk, n = nn;
-    }
-};
-
 TEST(Trig, WithinOneUlpOfTheExactValue) {
     std::vector<std::pair<int64_t, int64_t>> cases;
     for (int64_t n = 1; n <= 200; ++n)
@@ -94,28 +85,19 @@ TEST(Trig, WithinOneUlpOfTheExactValue) {
     std::mt19937_64 rng(7);
     for (int i = 0; i < 40000; ++i) {
         const int b = 1 + static_cast<int>(rng() % 53);
-        const int64_t n = 1 + static_cast<int64_t>(rng() % (uint64_t{1} << b));
-        cases.push_back({static_cast<int64_t>(rng()), n});
+        cases.push_back({static_cast<int64_t>(rng()), 1 + static_cast<int64_t>(rng() % (uint64_t{1} << b))});
     }
-    Worst sin_w, cos_w, tan_w, libm_w;
+    // Measured at most 0.556 ulp for sine and cosine, 0.562 for the tangent
+    // (0.5 would be correct rounding).
     for (auto [k, n] : cases) {
         Quad s, c;
         reference(k, n, &s, &c);
         double ds, dc;
         sincos_2pi_ratio(k, n, &ds, &dc);
-        sin_w.take(ulp_error(ds, s), k, n);
-        cos_w.take(ulp_error(dc, c), k, n);
-        if (c != 0) tan_w.take(ulp_error(tan_2pi_ratio(k, n), s / c), k, n);
-        if (n <= 4096 && s != 0) libm_w.take(ulp_error(std::sin(2 * 3.14159265358979323846 * double(k % n) / double(n)), s), k, n);
+        ASSERT_LT(ulp_error(ds, s), 0.6) << "sin 2pi*" << k << "/" << n;
+        ASSERT_LT(ulp_error(dc, c), 0.6) << "cos 2pi*" << k << "/" << n;
+        if (c != 0) ASSERT_LT(ulp_error(tan_2pi_ratio(k, n), s / c), 0.6) << "tan 2pi*" << k << "/" << n;
     }
-    std::printf("max error over %zu angles: sin %.3f ulp (2pi*%lld/%lld), cos %.3f ulp (2pi*%lld/%lld), "
-                "tan %.3f ulp; the C library's sin of the rounded angle: %.3g ulp\n",
-                cases.size(), sin_w.err, (long long)sin_w.k, (long long)sin_w.n, cos_w.err, (long long)cos_w.k,
-                (long long)cos_w.n, tan_w.err, libm_w.err);
-    // Measured: sin 0.556, cos 0.556, tan 0.562 (0.5 would be correct rounding).
-    EXPECT_LT(sin_w.err, 0.6);
-    EXPECT_LT(cos_w.err, 0.6);
-    EXPECT_LT(tan_w.err, 0.6);
 }
 #endif
 
@@ -128,22 +110,10 @@ TEST(Trig, QuarterAndEighthTurnsAreExact) {
     const double h = std::sqrt(0.5);  // correctly rounded
     const double inf = std::numeric_limits<double>::infinity();
     const Exact rows[] = {
-        {0, 1, 0, 1},
-        {0, 4, 0, 1},
-        {1, 4, 1, 0},
-        {2, 4, 0, -1},
-        {3, 4, -1, 0},
-        {-1, 4, -1, 0},
-        {5, 4, 1, 0},
-        {1, 8, h, h},
-        {3, 8, h, -h},
-        {5, 8, -h, -h},
-        {7, 8, -h, h},
-        {-3, 8, -h, -h},
+        {0, 1, 0, 1},   {0, 4, 0, 1},  {1, 4, 1, 0},  {2, 4, 0, -1}, {3, 4, -1, 0}, {-1, 4, -1, 0},
+        {5, 4, 1, 0},   {1, 8, h, h},  {3, 8, h, -h}, {5, 8, -h, -h}, {7, 8, -h, h}, {-3, 8, -h, -h},
         {INT64_MAX, 8, -h, h},  // INT64_MAX = 7 (mod 8)
-        {INT64_MIN, 8, 0, 1},
-        {kMaxPeriod / 4, kMaxPeriod, 1, 0},
-        {3 * (kMaxPeriod / 8), kMaxPeriod, h, -h},
+        {INT64_MIN, 8, 0, 1},   {kMaxPeriod / 4, kMaxPeriod, 1, 0}, {3 * (kMaxPeriod / 8), kMaxPeriod, h, -h},
         {1, 12, 0.5, std::sqrt(0.75)},  // 30 degrees: exactly 1/2
         {1, 6, std::sqrt(0.75), 0.5},
     };
@@ -169,11 +139,8 @@ TEST(Trig, InvalidPeriodGivesNaN) {
         SCOPED_TRACE(n);
         double s = 0, c = 0;
         sincos_2pi_ratio(1, n, &s, &c);
-        EXPECT_TRUE(std::isnan(s));
-        EXPECT_TRUE(std::isnan(c));
-        EXPECT_TRUE(std::isnan(sin_2pi_ratio(1, n)));
-        EXPECT_TRUE(std::isnan(cos_2pi_ratio(1, n)));
-        EXPECT_TRUE(std::isnan(tan_2pi_ratio(1, n)));
+        EXPECT_TRUE(std::isnan(s) && std::isnan(c) && std::isnan(sin_2pi_ratio(1, n)) &&
+                    std::isnan(cos_2pi_ratio(1, n)) && std::isnan(tan_2pi_ratio(1, n)));
     }
 }
 
