@@ -20,13 +20,12 @@
 
 namespace {
 
-struct SelectionCase {
+// A mask and the path it selects: both SSSE3 and MOVBE for the second.
+const struct {
     const char* name;
     uint64_t mask;
     int32_t path;
-};
-
-const SelectionCase kSelection[] = {
+} kSelection[] = {
     {"none", 0, 0},
     {"ssse3_only", NKP_CPU_SSSE3, 0},
     {"movbe_only", NKP_CPU_MOVBE, 0},
@@ -36,21 +35,12 @@ const SelectionCase kSelection[] = {
     {"everything_but_ssse3", ~NKP_CPU_SSSE3, 0},
 };
 
-TEST(CodePath, SelectionNeedsBothSsse3AndMovbe) {
-    for (const auto& c : kSelection) {
-        EXPECT_EQ(nkp::select_code_path(c.mask), c.path) << c.name;
-    }
-}
-
-TEST(CodePath, ActiveRecordMatchesActivePath) {
-    // Whatever this machine selected, the export answers with that path's record.
-    EXPECT_EQ(nkpacGetLibVersion(), nkpt_nkpacGetLibVersion[nkp_code_path]());
-}
-
-TEST(CodePath, IndexFollowsFeatureMaskAtStart) {
+TEST(CodePath, ActivePathFollowsTheFeatureMaskAtStart) {
     // The selection also runs in programs that link the objects statically,
-    // so NKPCORE_CPU_FEATURES steers a whole test run onto either path.
+    // so NKPCORE_CPU_FEATURES steers a whole test run onto either path, and
+    // the export answers with that path's record.
     EXPECT_EQ(nkp_code_path, nkp::select_code_path(nkpGetEnabledCpuFeatures()));
+    EXPECT_EQ(nkpacGetLibVersion(), nkpt_nkpacGetLibVersion[nkp_code_path]());
 }
 
 #if !defined(_WIN32)
@@ -65,12 +55,9 @@ std::string path_code_when_loaded_with(uint64_t mask) {
         nkpcoreSetCpuFeatures(mask);
         void* lib = dlopen(NKPAC_SHARED_LIB, RTLD_NOW | RTLD_LOCAL);
         char code[4] = {'?', '?', 0, 0};
-        if (lib) {
-            auto get = reinterpret_cast<const nkpLibraryVersion* (*)()>(dlsym(lib, "nkpacGetLibVersion"));
-            if (get) std::memcpy(code, get()->targetCpu, 4);
-        }
-        if (write(fds[1], code, 4) != 4) _exit(1);
-        _exit(0);
+        auto get = lib ? reinterpret_cast<const nkpLibraryVersion* (*)()>(dlsym(lib, "nkpacGetLibVersion")) : nullptr;
+        if (get) std::memcpy(code, get()->targetCpu, 4);
+        _exit(write(fds[1], code, 4) == 4 ? 0 : 1);
     }
     close(fds[1]);
     char code[5] = {};
@@ -80,74 +67,57 @@ std::string path_code_when_loaded_with(uint64_t mask) {
     waitpid(pid, &status, 0);
     return n == 4 ? std::string(code) : "child failed";
 }
-
-TEST(CodePath, SharedLibrarySelectsAtLoad) {
-    const std::string s3 = nkpt_nkpacGetLibVersion[0]()->targetCpu;
-    const std::string lp = nkpt_nkpacGetLibVersion[1]()->targetCpu;
-    for (const auto& c : kSelection) {
-        EXPECT_EQ(path_code_when_loaded_with(c.mask), c.path ? lp : s3) << c.name;
-    }
-}
 #else
-// nkpac.dll sits next to the test program. Loading it after the test hook
-// has set nkpcore's mask runs its entry point's selection with that mask;
-// nkpcore.dll is the one this program already uses.
-class LoadedDll {
-public:
-    LoadedDll() : module_(LoadLibraryA("nkpac.dll")) {}
+// nkpac.dll sits next to the test program, which does not import it.
+// Loading it after the test hook has set nkpcore's mask runs its entry
+// point's selection with that mask; nkpcore.dll is the one this program
+// already uses.
+struct LoadedDll {
+    HMODULE module = LoadLibraryA("nkpac.dll");
     ~LoadedDll() {
-        if (module_) FreeLibrary(module_);
+        if (module) FreeLibrary(module);
     }
-    LoadedDll(const LoadedDll&) = delete;
-    LoadedDll& operator=(const LoadedDll&) = delete;
-
-    bool loaded() const { return module_ != nullptr; }
     // The code the active version record names, as the export reports it.
     std::string path_code() const {
-        auto get = reinterpret_cast<const nkpLibraryVersion* (*)()>(
-            reinterpret_cast<void (*)()>(GetProcAddress(module_, "nkpacGetLibVersion")));
-        return get ? std::string(get()->targetCpu) : "no export";
+        auto get = module ? reinterpret_cast<const nkpLibraryVersion* (*)()>(
+                                reinterpret_cast<void (*)()>(GetProcAddress(module, "nkpacGetLibVersion")))
+                          : nullptr;
+        return get ? std::string(get()->targetCpu) : "not loaded";
     }
-
-private:
-    HMODULE module_;
 };
 
-// Puts the process's own feature mask back whatever a test did.
-struct MaskReset {
-    ~MaskReset() { nkpcoreResetCpuFeatures(); }
-};
-
-TEST(CodePath, DllSelectsAtProcessAttach) {
-    MaskReset reset;
-    const std::string s3 = nkpt_nkpacGetLibVersion[0]()->targetCpu;
-    const std::string lp = nkpt_nkpacGetLibVersion[1]()->targetCpu;
-    ASSERT_EQ(GetModuleHandleA("nkpac.dll"), nullptr) << "the test program must not import nkpac.dll";
-    for (const auto& c : kSelection) {
-        nkpcoreSetCpuFeatures(c.mask);
-        LoadedDll dll;
-        ASSERT_TRUE(dll.loaded()) << c.name << ": LoadLibrary failed, error " << GetLastError();
-        EXPECT_EQ(dll.path_code(), c.path ? lp : s3) << c.name;
-    }
+std::string path_code_when_loaded_with(uint64_t mask) {
+    EXPECT_EQ(GetModuleHandleA("nkpac.dll"), nullptr) << "the test program must not import nkpac.dll";
+    nkpcoreSetCpuFeatures(mask);
+    const std::string code = LoadedDll().path_code();
+    nkpcoreResetCpuFeatures();
+    return code;
 }
 
 TEST(CodePath, DllChoosesOnlyOnce) {
     // Thread notifications and a second load of the same module leave the
     // path as the first attach chose it, even when the mask has changed since.
-    MaskReset reset;
     const std::string lp = nkpt_nkpacGetLibVersion[1]()->targetCpu;
     nkpcoreSetCpuFeatures(NKP_CPU_SSSE3 | NKP_CPU_MOVBE);
     LoadedDll dll;
-    ASSERT_TRUE(dll.loaded());
     nkpcoreSetCpuFeatures(0);
     std::string seen_in_thread;
     std::thread([&] { seen_in_thread = dll.path_code(); }).join();
-    EXPECT_EQ(seen_in_thread, lp);
-    LoadedDll again;
-    ASSERT_TRUE(again.loaded());
-    EXPECT_EQ(again.path_code(), lp);
-    EXPECT_EQ(dll.path_code(), lp);
+    const std::string again = LoadedDll().path_code();
+    nkpcoreResetCpuFeatures();
+    EXPECT_TRUE(seen_in_thread == lp && again == lp && dll.path_code() == lp)
+        << seen_in_thread << " " << again << " " << dll.path_code();
 }
 #endif
+
+// The shared library (the DLL on Windows) selects its path when it is
+// loaded, from the mask nkpcore reports then.
+TEST(CodePath, LibrarySelectsAtLoad) {
+    const std::string code[2] = {nkpt_nkpacGetLibVersion[0]()->targetCpu, nkpt_nkpacGetLibVersion[1]()->targetCpu};
+    for (const auto& c : kSelection) {
+        EXPECT_EQ(nkp::select_code_path(c.mask), c.path) << c.name;
+        EXPECT_EQ(path_code_when_loaded_with(c.mask), code[c.path]) << c.name;
+    }
+}
 
 }  // namespace
