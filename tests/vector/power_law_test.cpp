@@ -5,9 +5,9 @@
 
 #include <gtest/gtest.h>
 
+#include <bit>
 #include <cmath>
 #include <cstdint>
-#include <cstring>
 #include <limits>
 #include <vector>
 #include <xmmintrin.h>
@@ -16,18 +16,15 @@ namespace {
 
 using nkptest::Buffer;
 
-float from_bits(uint32_t bits) {
-    float f;
-    std::memcpy(&f, &bits, sizeof f);
-    return f;
-}
+// The largest float the estimate treats as zero (1.0e-37 rounded), and the next.
+constexpr float kZeroBelow = std::bit_cast<float>(0x02081CEAu), kAbove = std::bit_cast<float>(0x02081CEBu);
 
 // ---- Pow34 with the processor's estimate ----------------------------------
 
 // What this processor's rsqrtss gives for a * r(a) * r(r(a)).
 float pow34_estimate(float x) {
     const float a = std::fabs(x);
-    if (!(a > from_bits(0x02081CEA))) return 0.0f;
+    if (!(a > kZeroBelow)) return 0.0f;
     const float r1 = _mm_cvtss_f32(_mm_rsqrt_ss(_mm_set_ss(a)));
     const float r2 = _mm_cvtss_f32(_mm_rsqrt_ss(_mm_set_ss(r1)));
     return a * r1 * r2;
@@ -45,7 +42,7 @@ TEST(Pow34, UsesTheProcessorEstimate) {
         src[i] = (i & 1) ? -mag : mag;
     }
     const float inf = std::numeric_limits<float>::infinity();
-    const float specials[] = {0.0f, from_bits(0x02081CEA), -from_bits(0x02081CEB), 1.0e-38f, 1e9f, 16.0f, -inf,
+    const float specials[] = {0.0f, kZeroBelow, -kAbove, 1.0e-38f, 1e9f, 16.0f, -inf,
                               std::numeric_limits<float>::quiet_NaN()};
     std::copy(std::begin(specials), std::end(specials), src.data());
     ASSERT_EQ(nkpsPow34_32f(src.data(), dst.data(), n), nkpStatusOk);
