@@ -595,7 +595,8 @@ NKPAC_API nkpStatus nkpsSynthesisFilter_MP3_32s16s(const nkp32s* pSrc, nkp16s* p
  * its low `length` bits, first transmitted bit highest; bits above `length`
  * are ignored. Code books are not checked for being prefix codes: where two
  * codes are equal the later entry wins, and where a code is a prefix of a
- * longer one, the longer code's table link wins the slots they share.
+ * longer one, the longer code's link to its lower-level table wins the
+ * slots they share.
  *
  * ---- Decoder tables (nkpsVLCDecodeSpec_32s) ----
  * One object type serves the plain decoders (one signed value per code) and
@@ -606,8 +607,8 @@ NKPAC_API nkpStatus nkpsSynthesisFilter_MP3_32s16s(const nkp32s* pSrc, nkp16s* p
  * Sub-table widths (pSubTablesSizes, numSubTables): the width in bits of the
  * first-level table, then of every second-level table, and so on. Levels are
  * used until the widths add up to the longest code length L; the last used
- * width is cut to reach L exactly, later widths are not looked at. A
- * decode peeks L bits and walks one level per width.
+ * width is cut to reach L exactly, later widths are not looked at. A wide
+ * first level makes most codes one lookup.
  *
  * Size (GetSize): entries * entryBytes + 160, where entries = 2^w0 + 1 for
  * the first level plus 2^wi + 1 for every lower-level table (one per distinct
@@ -617,24 +618,22 @@ NKPAC_API nkpStatus nkpsSynthesisFilter_MP3_32s16s(const nkp32s* pSrc, nkp16s* p
  *   indexBits  = smallest k with 2^k - 1 >= entries + 1
  *   need       = max(valueBits + lengthBits + 2, indexBits + 1)
  *   entryBytes = 1 if need < 9, 2 if need < 17, else 4.
- * The 160 bytes are the 64-byte object header, the 63 bytes of alignment
- * slack and 33 bytes of margin.
- *
- * Entry-width limits: a plain decoder returns the value modulo 2^16. With
- * 1- and 2-byte entries the value field holds valueBits + 1 bits (more when
- * the entry is wider than `need`); a book whose largest magnitude 2^k occurs
- * as both -2^k and +2^k and whose entries come out exactly `need` bits wide
- * decodes +2^k as -2^k. One more bit of width (a larger width in
- * pSubTablesSizes, or a larger value in the book) avoids it.
+ * The 160 bytes are the 64-byte object header, 63 bytes of alignment slack
+ * and 33 bytes of room after the table.
+ * A plain decoder returns the value modulo 2^16. Where the entries are
+ * exactly `need` bits wide, the value +2^valueBits does not fit an entry and
+ * its codes go through one of two spare entries after the table: a book
+ * that gives it codes of more than two different lengths decodes the codes
+ * of the further lengths as -2^valueBits.
  *
  * Checks of GetSize, Init and InitAlloc, in order:
- *   nkpStatusNullPointer   pInputTable, pSubTablesSizes, or the output/buffer
- *                          is NULL (InitAlloc: ppVLCSpec first);
- *   nkpStatusVlcCodeLength the longest code is 0 (also an empty or negative
- *                          entry count) or above 32 bits, an entry's length
- *                          is below 1, a width met before the widths reach L
- *                          is below 1, or all widths together stay below L;
- *   nkpStatusOutOfRange    the object would be larger than 2^31 - 1 bytes.
+ *   nkpStatusNullPointer   pInputTable, pSubTablesSizes, or the output or
+ *                          buffer is NULL (InitAlloc: ppVLCSpec first);
+ *   nkpStatusVlcCodeLength the longest code is 0 (so also an entry count
+ *                          below 1) or above 32 bits, an entry's length is
+ *                          below 1, a width met before the widths reach L is
+ *                          below 1, or all widths together stay below L;
+ *   nkpStatusOutOfRange    the object would take more than 2^31 - 1 bytes.
  * The tuple forms check in this order, on purpose: the pointers; then the
  * code book, whose error is held back; numElements or numValueBits below 1
  * (nkpStatusOutOfRange); then the held-back code-book error; then the size
@@ -642,35 +641,37 @@ NKPAC_API nkpStatus nkpsSynthesisFilter_MP3_32s16s(const nkp32s* pSrc, nkp16s* p
  * lengthBits + 1 above 32 gives nkpStatusOutOfRange, from GetSize with the
  * size already stored. InitAlloc passes GetSize's status on, then
  * nkpStatusNoMemory; a failed InitAlloc's output is unusable (see the object
- * life cycle above). Free: nkpStatusNullPointer, then nkpStatusWrongObject
- * for a foreign tag; it releases only InitAlloc's buffers and keeps the tag.
+ * life cycle above). Free (both Free functions take either kind of decoder
+ * object): nkpStatusNullPointer, then nkpStatusWrongObject for a foreign
+ * tag; it releases only InitAlloc's buffers and keeps the tag.
  *
- * Reading: decoders follow the cursor rule above. They load only the aligned
- * 32-bit words that hold the bits they consume and the aligned word after the
- * last of them, so 8 readable bytes after the data suffice. (The aligned word
+ * Reading: the decoders follow the cursor rule above. Keep the stream
+ * readable to the end of the aligned 32-bit word after the word that holds
+ * its last bit (8 bytes of slack after the data suffice); the aligned word
  * holding the first bit is read from its start, up to 3 bytes before
- * *ppBitStream.) *ppBitStream itself is not checked for NULL.
+ * *ppBitStream, which is not checked for NULL.
  *
  * Plain decoders (One, Block, EscBlock_AAC, EscBlock_MP3) do not detect bit
  * patterns that start no code: such a pattern decodes as 0 and consumes the
  * widths of the table levels down to and including the one where it ends.
  * Tuple decoders detect them and return nkpStatusVlcError.
  *
- * Plain checks (One, Block), in order: nkpStatusNullPointer for any pointer
- * argument; nkpStatusVlcError for a bit offset outside 0..7, a count below 1
- * (Block) or a foreign tag. Escape blocks: nkpStatusNullPointer;
- * nkpStatusBadBitOffset for an offset outside 0..7; nkpStatusWrongObject for
- * a foreign tag. Their counts are not checked: a count below 1 decodes
- * nothing and succeeds. A refused call leaves the cursor as it was. A data
- * error (a bad escape; an invalid code in a tuple decoder) stops the call:
- * the values decoded before it stay written and the cursor is left as it was.
+ * Checks of the One and Block forms (plain and tuple), in order:
+ * nkpStatusNullPointer for any pointer argument; nkpStatusVlcError for a bit
+ * offset outside 0..7, a count below 1 (Block) or a foreign tag. Escape
+ * blocks: nkpStatusNullPointer; nkpStatusBadBitOffset for an offset outside
+ * 0..7; nkpStatusWrongObject for a foreign tag. Their counts are not
+ * checked: a count below 1 decodes nothing and succeeds. A refused call
+ * leaves the cursor as it was. A data error (a bad escape; a pattern of no
+ * code in a tuple decoder) stops the call: the values decoded before it stay
+ * written and the cursor is left as it was.
  *
  * AAC escape (EscBlock_AAC): after a code that decodes to 16 or -16 (tuple
- * forms: an element of 16) comes k one bits, a 0 bit and k + 4 bits w; the
- * magnitude is 2^(k+4) + w. More than eight one bits (magnitude above 8191)
- * is nkpStatusVlcError. The plain form decodes count rounded down to an
- * even number of values (count 1 moves nothing); the tuple form decodes
- * count tuples.
+ * forms: an element of 16) come k one bits, a 0 bit and k + 4 bits w; the
+ * magnitude is 2^(k+4) + w. More than eight one bits (a magnitude above
+ * 8191) is nkpStatusVlcError. The plain form decodes dstLen rounded down to
+ * an even number of values (dstLen 1 moves nothing); the tuple form decodes
+ * numTuples tuples.
  * MP3 escape (EscBlock_MP3): after a code that decodes to 15 or -15 (tuple
  * forms: an element of 15), linbits bits follow and are added to the
  * magnitude. A negative linbits counts as 0; with linbits above 16 the
@@ -692,14 +693,15 @@ NKPAC_API nkpStatus nkpsSynthesisFilter_MP3_32s16s(const nkp32s* pSrc, nkp16s* p
  * caller's buffer; tag "_AMC". Size: range = largest - smallest value, k =
  * the bit length of range + 1, size = (range + 2^k) * 4 + 132 bytes (2^k
  * lengths and range + 1 codes of 4 bytes, the 64-byte object header, 63
- * bytes of alignment slack and 5 bytes of margin). When a value occurs twice
+ * bytes of alignment slack and one spare byte). When a value occurs twice
  * the earlier entry is kept. Entries whose length is outside 1..32 are left
- * out. A value the code book does not hold (and any value outside its range)
- * writes nothing and counts 0 bits.
+ * out. A value the code book does not hold (also any value outside its
+ * range) writes nothing and counts 0 bits.
  * Checks: GetSize and Init: nkpStatusNullPointer, nkpStatusVlcError for an
  * entry count below 1, nkpStatusOutOfRange when the size would pass
- * 2^31 - 1 bytes; InitAlloc as Init, then nkpStatusNoMemory. Each encoding
- * and counting function lists its checks below.
+ * 2^31 - 1 bytes; InitAlloc: nkpStatusNullPointer for ppVLCSpec, then as
+ * Init, then nkpStatusNoMemory. Free as for the decoder. Each encoding and
+ * counting function lists its checks below; a refused call writes nothing.
  *
  * Writing: every writer works on aligned big-endian 32-bit words. A code
  * that ends inside its word rewrites the whole word: the bits before the
@@ -709,12 +711,13 @@ NKPAC_API nkpStatus nkpsSynthesisFilter_MP3_32s16s(const nkp32s* pSrc, nkp16s* p
  * ends on a word boundary leaves the next word untouched. So a stream written
  * code after code is exact up to the cursor, and the buffer must be writable
  * to the end of the aligned word holding the last bit written. Block forms
- * give the same bytes as one call per code. Escape sequences and linbits are
- * written as one field after their code.
+ * give the same bytes as one call per code; an escape sequence or linbits
+ * field is written as one more code after its value's code.
  * AAC escape writing: a magnitude m >= 16 is written as the code of 16 or
- * -16 and the sequence of N - 4 one bits, a 0 and m - 2^N in N bits, with
- * 2^N <= m < 2^(N+1). MP3: a magnitude m >= 15 is written as the code of 15
- * or -15 and m - 15 in linbits bits (negative linbits count as 0).
+ * -16, then N - 4 one bits, a 0 and m - 2^N in N bits, with 2^N <= m <
+ * 2^(N+1) (magnitudes above 8191 are written too, though the decoder refuses
+ * them). MP3: a magnitude m >= 15 is written as the code of 15 or -15, then
+ * m - 15 in linbits bits (negative linbits count as 0).
  * Bit counts are the sums of code, escape and linbits lengths (at most
  * 2^31 - 1).
  */

@@ -28,12 +28,14 @@ nkpStatus decode(nkp8u** ppBitStream, int* pBitOffset, nkp16s* pDst, int count,
     const DecodeSpec* spec = checked(ppBitStream, pBitOffset, pDst, count, pVLCSpec, status);
     if (!spec) return status;
     vlc::Reader r(*ppBitStream, *pBitOffset);
-    status = vlc::with_entry_type(*spec, [&]<class E>() {
-        if constexpr (kTuple)
-            return vlc::decode_tuples<E, vlc::Escape::None>(r, *spec, pDst, count, 0);
-        else
+    if constexpr (kTuple)
+        status = vlc::with_tuple_type(*spec, [&]<class E, int N>() {
+            return vlc::decode_tuples<E, vlc::Escape::None, N>(r, *spec, pDst, count, 0);
+        });
+    else
+        status = vlc::with_entry_type(*spec, [&]<class E>() {
             return vlc::decode_values<E, vlc::Escape::None>(r, *spec, pDst, count, 0);
-    });
+        });
     if (status == nkpStatusOk) r.store(ppBitStream, pBitOffset);
     return status;
 }

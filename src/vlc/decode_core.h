@@ -239,7 +239,8 @@ enum class Escape { None, Aac, Mp3 };
 // Plain decoding of `count` values with the object's entry type E. Returns
 // nkpStatusVlcError for a bad AAC escape, leaving the reader where it was.
 template <class E, Escape kEscape>
-nkpStatus decode_values(Reader& r, const DecodeSpec& spec, nkp16s* dst, int count, int linbits) {
+nkpStatus decode_values(Reader& reader, const DecodeSpec& spec, nkp16s* dst, int count, int linbits) {
+    Reader r = reader;  // a local copy stays in registers
     const Walker<E> walk(spec);
     const int peek = spec.maxCodeLength;
     for (int i = 0; i < count; ++i) {
@@ -261,52 +262,83 @@ nkpStatus decode_values(Reader& r, const DecodeSpec& spec, nkp16s* dst, int coun
         }
         dst[i] = static_cast<nkp16s>(v);
     }
+    reader = r;
     return nkpStatusOk;
 }
 
 // Tuple decoding of `count` tuples: the code, then the sign bits of the
-// non-zero elements (with the escape forms' extra bits, see nkpac.h).
+// non-zero elements, with the escape forms' extra bits (see nkpac.h). kN is
+// the element count when known at compile time (0: the object's).
 // Returns nkpStatusVlcError for a pattern of no code or a bad AAC escape.
-template <class E, Escape kEscape>
-nkpStatus decode_tuples(Reader& r, const DecodeSpec& spec, nkp16s* dst, int count, int linbits) {
+template <class E, Escape kEscape, int kN>
+nkpStatus decode_tuples(Reader& reader, const DecodeSpec& spec, nkp16s* dst, int count, int linbits) {
+    Reader r = reader;  // a local copy stays in registers
     const Walker<E> walk(spec);
-    const int peek = spec.maxCodeLength;
-    const int n = spec.tupleElements;
+    const int n = kN ? kN : spec.tupleElements;
+    // One look of L + n bits covers the code and its sign bits when that
+    // is at most 32 bits (it starts at a bit the code consumes).
+    const bool one_look = spec.maxCodeLength + n <= 32;
+    const int peek = one_look ? spec.maxCodeLength + n : spec.maxCodeLength;
     const int b = spec.tupleBits;
     const uint32_t mask = (1u << b) - 1u;
+    // The element value that has escape bits (none: a value no element has).
+    const uint32_t escape = kEscape == Escape::Aac ? 16u : kEscape == Escape::Mp3 && linbits > 0 ? 15u : ~0u;
     for (int t = 0; t < count; ++t, dst += n) {
         r.need(peek);
         uint32_t used, packed;
         if (!walk.tuple(r.bits(), used, packed)) return nkpStatusVlcError;
         r.consume(static_cast<int>(used));
+        uint32_t m[kN ? kN : 32];
+        int signs = 0;
+        bool escaped = false;
+        for (int i = 0; i < n; ++i) {
+            m[i] = (packed >> (b * (n - 1 - i))) & mask;
+            signs += m[i] != 0;
+            if constexpr (kEscape != Escape::None) escaped |= m[i] == escape;
+        }
         if constexpr (kEscape == Escape::Mp3) {
-            for (int i = 0; i < n; ++i) {
-                uint32_t m = (packed >> (b * (n - 1 - i))) & mask;
-                if (m == 15 && linbits > 0) m += read_linbits(r, linbits);
-                dst[i] = m ? with_sign(m, r.read(1)) : nkp16s{0};
-            }
-        } else {
-            int signs = 0;
-            for (int i = 0; i < n; ++i) signs += ((packed >> (b * (n - 1 - i))) & mask) != 0;
-            r.need(signs);
-            for (int i = 0; i < n; ++i) {
-                const uint32_t m = (packed >> (b * (n - 1 - i))) & mask;
-                const uint32_t nonzero = m != 0;
-                const uint32_t negative = static_cast<uint32_t>(r.bits() >> 63) & nonzero;
-                r.consume(static_cast<int>(nonzero));
-                dst[i] = with_sign(m, negative);
-            }
-            if constexpr (kEscape == Escape::Aac) {
+            if (escaped) {
+                // Per element: its linbits, then its sign bit.
                 for (int i = 0; i < n; ++i) {
-                    if (((packed >> (b * (n - 1 - i))) & mask) != 16) continue;
-                    uint32_t m;
-                    if (!read_aac_escape(r, m)) return nkpStatusVlcError;
-                    dst[i] = dst[i] < 0 ? with_sign(m, 1) : with_sign(m, 0);
+                    uint32_t v = m[i];
+                    if (v == 15) v += read_linbits(r, linbits);
+                    dst[i] = v ? with_sign(v, r.read(1)) : nkp16s{0};
+                }
+                continue;
+            }
+        }
+        // All sign bits follow the code.
+        if (!one_look) r.need(signs);
+        uint64_t bits = r.bits();
+        for (int i = 0; i < n; ++i) {
+            const uint32_t nonzero = m[i] != 0;
+            dst[i] = with_sign(m[i], static_cast<uint32_t>(bits >> 63) & nonzero);
+            bits <<= nonzero;
+        }
+        r.consume(signs);
+        if constexpr (kEscape == Escape::Aac) {
+            if (escaped) {
+                for (int i = 0; i < n; ++i) {
+                    if (m[i] != 16) continue;
+                    uint32_t v;
+                    if (!read_aac_escape(r, v)) return nkpStatusVlcError;
+                    dst[i] = with_sign(v, dst[i] < 0);
                 }
             }
         }
     }
+    reader = r;
     return nkpStatusOk;
+}
+
+// Calls f.template operator()<E, N>() with the object's entry type and its
+// element count N when it is 2 or 4 (else 0).
+template <class F>
+inline nkpStatus with_tuple_type(const DecodeSpec& spec, F&& f) {
+    const int n = spec.tupleElements;
+    if (spec.entryBits == 8) return n == 2 ? f.template operator()<uint8_t, 2>() : n == 4 ? f.template operator()<uint8_t, 4>() : f.template operator()<uint8_t, 0>();
+    if (spec.entryBits == 16) return n == 2 ? f.template operator()<uint16_t, 2>() : n == 4 ? f.template operator()<uint16_t, 4>() : f.template operator()<uint16_t, 0>();
+    return n == 2 ? f.template operator()<uint32_t, 2>() : n == 4 ? f.template operator()<uint32_t, 4>() : f.template operator()<uint32_t, 0>();
 }
 
 // Calls f.template operator()<E>() with the object's entry type.

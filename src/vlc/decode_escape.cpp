@@ -21,12 +21,15 @@ nkpStatus decode_escaped(nkp8u** ppBitStream, int* pBitOffset, int linbits, nkp1
     if (!kTuple && kEscape == Escape::Aac) count &= ~1;
     if (count < 1) return nkpStatusOk;
     vlc::Reader r(*ppBitStream, *pBitOffset);
-    const nkpStatus status = vlc::with_entry_type(*spec, [&]<class E>() {
-        if constexpr (kTuple)
-            return vlc::decode_tuples<E, kEscape>(r, *spec, pDst, count, linbits);
-        else
+    nkpStatus status;
+    if constexpr (kTuple)
+        status = vlc::with_tuple_type(*spec, [&]<class E, int N>() {
+            return vlc::decode_tuples<E, kEscape, N>(r, *spec, pDst, count, linbits);
+        });
+    else
+        status = vlc::with_entry_type(*spec, [&]<class E>() {
             return vlc::decode_values<E, kEscape>(r, *spec, pDst, count, linbits);
-    });
+        });
     if (status == nkpStatusOk) r.store(ppBitStream, pBitOffset);
     return status;
 }

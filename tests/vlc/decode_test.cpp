@@ -234,6 +234,44 @@ TEST(VlcDecode, PlainEscapeForms) {
     }
 }
 
+// Linbits outside the MP3 range: negative counts as 0; above 16 the escape
+// takes all its bits and adds the low 16.
+TEST(VlcDecode, LinbitsOutsideTheMp3Range) {
+    // Plain: "1" -> 15, "01" -> -15, "00" -> 0. Tuple: one 4-bit element, same codes.
+    const Book plain{"lin", {{15, 1, 1}, {-15, 1, 2}, {0, 0, 2}}, 0, 0, 0, 0};
+    const Book tuple{"lin_tuple", {{15, 1, 1}, {0, 0, 2}}, 1, 4, 0, 0};
+    struct Row {
+        const char* name;
+        int linbits;
+        uint64_t escape;  // the linbits field after the code "1"
+        nkp16s value;
+    } rows[] = {
+        {"negative", -3, 0, 15},
+        {"zero", 0, 0, 15},
+        {"twenty", 20, 0xF0012, 15 + 0x12},
+        {"forty", 40, 0x1234560007ull, 15 + 7},
+    };
+    for (const Row& r : rows) {
+        const int bits = r.linbits > 0 ? r.linbits : 0;
+        for (const Book* b : {&plain, &tuple}) {
+            BitWriter w;
+            w.put(1, 1);
+            if (bits > 32) w.put(static_cast<uint32_t>(r.escape >> 32), bits - 32);
+            w.put(static_cast<uint32_t>(r.escape), std::min(bits, 32));
+            if (b->elements) w.put_bit(1);  // the element's sign: negative
+            w.put(0, 2);                    // then "00"
+            for (int path = 0; path < 2; ++path) {
+                Decoder d(*b, {2}, path);
+                const Result res = decode(d, *b, w.bytes(), 0, 2, Form::EscMp3, path, r.linbits);
+                ASSERT_EQ(res.status, nkpStatusOk) << r.name;
+                EXPECT_EQ(res.out[0], b->elements ? -r.value : r.value) << r.name;
+                EXPECT_EQ(res.out[1], 0) << r.name;
+                EXPECT_EQ(res.bits, static_cast<long>(w.bit_count())) << r.name;
+            }
+        }
+    }
+}
+
 // The tuple MP3 form against the library's own MP3 Huffman decoder on the
 // same big-values data: three regions, tables with and without linbits.
 TEST(VlcDecode, Mp3TuplesMatchTheMp3HuffmanDecoder) {
