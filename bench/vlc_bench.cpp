@@ -6,8 +6,8 @@
 //
 //   build/bench/nkpac_vlc_bench --benchmark_repetitions=5 --benchmark_report_aggregates_only
 //
-// Instructions per symbol: run one benchmark under callgrind, counting only
-// inside the export, and divide by the symbols decoded (see README.md, "VLC").
+// Instructions per symbol (callgrind, counted inside the measured function):
+//   bench/vlc_instructions.sh build
 #include "vlc/code_books.h"
 
 #include <benchmark/benchmark.h>
@@ -41,7 +41,7 @@ void per_symbol(benchmark::State& state, int64_t symbols) {
 
 // ---- AAC book 11: 512 pairs (one long window), escapes above 15 ----------
 struct AacData {
-    Book book = aac_spectral(11);
+    Book book = standard_book("aac_11");
     std::vector<uint8_t> stream;
     int pairs = 512;
     AacData() {
@@ -52,7 +52,7 @@ struct AacData {
             const int32_t packed = (std::min(v[0], 16) << 5) | std::min(v[1], 16);
             for (int& x : v)
                 if (rng() & 1) x = -x;
-            put_tuple(w, book, book.entries[static_cast<size_t>(
+            put_code(w, book, book.entries[static_cast<size_t>(
                                    std::find_if(book.entries.begin(), book.entries.end(),
                                                 [&](const Entry& e) { return e.value == packed; }) -
                                    book.entries.begin())],
@@ -80,7 +80,7 @@ BENCHMARK(BM_AacBook11TupleEsc)->ArgsProduct({{0, 1}, {8, 10}});
 
 // ---- MP3 table 24, linbits 4: one granule of 288 pairs -------------------
 struct Mp3Data {
-    Book book = mp3_pairs(24);
+    Book book = standard_book("mp3_24");
     std::vector<uint8_t> stream;
     int bits = 0;
     Mp3Data() {
@@ -91,7 +91,7 @@ struct Mp3Data {
             const int32_t packed = (std::min(v[0], 15) << 4) | std::min(v[1], 15);
             for (int& x : v)
                 if (rng() & 1) x = -x;
-            put_tuple(w, book, book.entries[static_cast<size_t>(packed)], v);
+            put_code(w, book, book.entries[static_cast<size_t>(packed)], v);
         }
         bits = static_cast<int>(w.bit_count());
         stream = with_slack(w);
@@ -136,7 +136,7 @@ BENCHMARK(BM_Mp3Table24HuffmanDecodeMp3);
 
 // ---- AAC scale-factor book: 1024 plain values ----------------------------
 struct ScaleFactorData {
-    Book book = aac_scalefactor();
+    Book book = standard_book("aac_sf");
     std::vector<nkp16s> values;
     std::vector<uint8_t> stream;
     ScaleFactorData() {
