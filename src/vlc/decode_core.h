@@ -31,9 +31,9 @@ namespace nkp::vlc {
 struct DecodeSpec {
     uint32_t tag;
     int32_t allocated;
-    int32_t maxCodeLength;  // L: every decode peeks L bits
+    int32_t maxCodeLength;  // L: every decode looks at L bits (tuples: and their sign bits)
     int32_t rootWidth;      // width of the first-level table
-    const void* table;      // this + 64
+    const void* table;      // this + 64 (the decoders compute it from the object's address)
     int32_t entryBits;      // 8, 16 or 32
     int32_t lengthBits;     // width of a leaf's length field
     int32_t tupleElements;  // tuple objects: elements per code (0: plain object)
@@ -150,7 +150,7 @@ struct Walker {
     int32_t plain(uint64_t bits, uint32_t& bits_used) const {
         const E e = table[1 + (bits >> root_shift)];
         if (e & 1) {
-            bits_used = (e >> 1) & length_mask;
+            bits_used = (static_cast<uint32_t>(e) >> 1) & length_mask;
             // Sign-extended from the entry width (an arithmetic shift).
             return static_cast<int32_t>(static_cast<S>(e)) >> value_shift;
         }
@@ -165,9 +165,10 @@ struct Walker {
     // Tuple decoders: false for a pattern that starts no code.
     bool tuple(uint64_t bits, uint32_t& bits_used, uint32_t& packed) const {
         const E e = table[1 + (bits >> root_shift)];
-        if (e & 1) {
-            bits_used = (e >> 1) & length_mask;
-            packed = static_cast<uint32_t>(e) >> value_shift;
+        const uint32_t x = e;
+        if (x & 1) {
+            bits_used = (x >> 1) & length_mask;
+            packed = x >> value_shift;
             return true;
         }
         E leaf;
