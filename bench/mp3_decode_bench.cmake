@@ -1,10 +1,3 @@
-# The MP3 decoder benchmark runs nkpdec's decoding loop next to libmpg123.
-target_sources(nkpac_${name} PRIVATE ${PROJECT_SOURCE_DIR}/examples/nkpdec/mp3_decoder.cpp)
-target_include_directories(nkpac_${name} PRIVATE ${PROJECT_SOURCE_DIR}/examples/nkpdec)
-if(PkgConfig_FOUND)
-  pkg_check_modules(MPG123 IMPORTED_TARGET libmpg123)
-endif()
-if(MPG123_FOUND)
-  target_link_libraries(nkpac_${name} PRIVATE PkgConfig::MPG123)
-  target_compile_definitions(nkpac_${name} PRIVATE NKPAC_HAVE_MPG123=1)
-endif()
+# nkpdec's decoding loop next to libmpg123 decoding the same stream.
+target_link_libraries(nkpac_${name} PRIVATE nkpdec_loop)
+nkpac_bench_peer(nkpac_${name} libmpg123 NKPAC_BENCH_MPG123)

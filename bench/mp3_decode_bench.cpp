@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#if defined(NKPAC_HAVE_MPG123)
+#if defined(NKPAC_BENCH_MPG123)
 #include <mpg123.h>
 #endif
 
@@ -53,7 +53,7 @@ void BM_Nkpdec(benchmark::State& state) {
 }
 BENCHMARK(BM_Nkpdec)->Unit(benchmark::kMillisecond)->MinTime(2.0);
 
-#if defined(NKPAC_HAVE_MPG123)
+#if defined(NKPAC_BENCH_MPG123)
 void BM_Mpg123(benchmark::State& state) {
     const std::vector<uint8_t>& data = stream();
     if (data.empty()) {

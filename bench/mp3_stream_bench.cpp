@@ -10,7 +10,7 @@
 
 #include "nkpac.h"
 
-#if defined(NKPAC_HAVE_MPG123)
+#if defined(NKPAC_BENCH_MPG123)
 #include <mpg123.h>
 #endif
 
@@ -157,7 +157,7 @@ void BM_UnpackHeaderAndSideInfo(benchmark::State& state) {
 }
 BENCHMARK(BM_UnpackHeaderAndSideInfo)->Name("UnpackHeaderAndSideInfo_stereo_frame");
 
-#if defined(NKPAC_HAVE_MPG123)
+#if defined(NKPAC_BENCH_MPG123)
 // mpg123 decoding the whole stream to 16-bit PCM (everything: Huffman,
 // requantisation, stereo, hybrid and polyphase synthesis), for scale.
 void BM_Mpg123FullDecode(benchmark::State& state) {

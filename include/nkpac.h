@@ -18,13 +18,17 @@
  * buffer must stay readable up to the end of the aligned 8-byte stretch after
  * the last bit consumed, so keep 8 readable bytes of slack after the data.
  *
- * Objects (state and specification objects) follow one life cycle: GetSize
- * reports the buffer size (alignment slack included); Init builds the object
- * at the first suitably aligned address inside any caller buffer; InitAlloc
- * allocates through nkpcore and then runs Init; Free releases only what
- * InitAlloc allocated. A failed InitAlloc may leave its buffers allocated
- * (its output then holds the object buffer, or NULL when nothing was
- * allocated): treat that output as unusable.
+ * Objects (state objects, and the plans, or spec objects, of the
+ * transforms) follow one life cycle: GetSize reports the buffer size
+ * (alignment slack included); Init builds the object at the first suitably
+ * aligned address inside any caller buffer; InitAlloc allocates through
+ * nkpcore and then builds the object; Free releases only what InitAlloc
+ * allocated. Each family states two choices where its objects are described:
+ * what a failed InitAlloc leaves behind (either its buffers, with the output
+ * holding the object buffer or NULL when nothing was allocated, so treat that
+ * output as unusable; or nothing, with the output untouched), and whether
+ * Free clears the object's tag (then a second Free, or any use after Free,
+ * gives nkpStatusWrongObject).
  *
  * The library picks one of two code paths when it is loaded: path 0 (SSSE3)
  * or path 1 (low-power processors with SSSE3 and MOVBE). Both paths give
@@ -122,7 +126,8 @@ enum {
     nkpStatusBadAacPceCount = -167,
     nkpStatusBadMP3SideInfo = -170,
     nkpStatusBadMP3FrameHeader = -171,
-    nkpStatusBadBitOffset = -193
+    nkpStatusBadBitOffset = -193,
+    nkpStatusAacNotSupported = -9999 /* the AAC main-layer header's unsupported mode */
 };
 
 /* ---- Version ---------------------------------------------------------- */
@@ -215,7 +220,7 @@ NKPAC_API nkpStatus nkpsPow34_32f16s(const nkp32f* pSrc, nkp16s* pDst, int len);
 NKPAC_API nkpStatus nkpsPow34_16s_Sfs(const nkp16s* pSrc, int inScale, nkp16s* pDst, int outScale, int len);
 
 /* dst[i] = sign(x) * |x|^(4/3), x = src[i], each value the float nearest
- * to the exact power (an exact table below 8192, a double-precision cube
+ * to the exact power (an exact table below 8207, a double-precision cube
  * root above). Checks: a null pointer (NullPointer), len < 0 (BadSize);
  * len 0 does nothing. Returns nkpStatusOk. */
 NKPAC_API nkpStatus nkpsPow43_16s32f(const nkp16s* pSrc, nkp32f* pDst, int len);
@@ -224,7 +229,7 @@ NKPAC_API nkpStatus nkpsPow43_16s32f(const nkp16s* pSrc, nkp32f* pDst, int len);
  * .. offset[b+1]*widthMult - 1 of src become, in dst, sign(x) *
  * trunc(|x|^(4/3) * 2^(e/4)) with e = sf[b] - globalGain - 4*sfMult,
  * limited to 0x7FFFFFFF. Internally P = trunc(|x|^(4/3) * 4096) (a table
- * below 8192; from 8192 on the magnitude is normalised and its cube root
+ * below 8207; from 8207 on the magnitude is normalised and its cube root
  * refined from a polynomial seed in double precision, giving the same
  * truncated value as the exact power), times one of the four Q30
  * constants 2^((e&3)/4), shifted right by 42 - floor(e/4) (a shift of 64
@@ -257,13 +262,15 @@ NKPAC_API nkpStatus nkpsSpread_16s_Sfs(nkp16s first, nkp16s second, int scaleFac
  * Lengths: the float transforms take 12, 36 and powers of two >= 32; the
  * 16-bit transform takes powers of two >= 32.
  *
- * Specifications are built once per length and are read-only afterwards (any
- * number of concurrent calls, each with its own work buffer). Init places
- * the specification at the first 64-byte-aligned address of pMemSpec (size
- * from GetSize) and uses pMemInit (GetSize's init size) as scratch; the
- * specification pointer is returned in *ppSpec. InitAlloc allocates through
- * nkpcore; Free clears the tag and releases what InitAlloc allocated (a
- * second Free, or any use after Free, gives nkpStatusWrongObject).
+ * Plans (spec objects) are built once per length and are read-only
+ * afterwards (any number of concurrent calls, each with its own work
+ * buffer). Init places the plan at the first 64-byte-aligned address of
+ * pMemSpec (size from GetSize) and uses pMemInit (GetSize's init size) as
+ * scratch; the plan's pointer is returned in *ppSpec. InitAlloc allocates
+ * through nkpcore, in several blocks; if it fails it releases every block it
+ * had obtained and leaves *ppSpec untouched. Free clears the tag and releases
+ * what InitAlloc allocated (a second Free, or any use after Free, gives
+ * nkpStatusWrongObject; Free of a plan built by Init only clears the tag).
  *
  * Work buffers: GetBufSize's size (GetSize reports a size at least as large);
  * the buffer is used from its first 64-byte-aligned address. A null
@@ -274,7 +281,7 @@ typedef struct nkpsMDCTFwdSpec_32f nkpsMDCTFwdSpec_32f;
 typedef struct nkpsMDCTInvSpec_32f nkpsMDCTInvSpec_32f;
 typedef struct nkpsMDCTFwdSpec_16s nkpsMDCTFwdSpec_16s;
 
-/* Sizes in bytes of the specification, the Init scratch and the work buffer. */
+/* Sizes in bytes of the plan, the Init scratch and the work buffer. */
 NKPAC_API nkpStatus nkpsMDCTFwdGetSize_32f(int len, int* pSpecSize, int* pSizeInit, int* pSizeBuf);
 NKPAC_API nkpStatus nkpsMDCTInvGetSize_32f(int len, int* pSpecSize, int* pSizeInit, int* pSizeBuf);
 NKPAC_API nkpStatus nkpsMDCTFwdGetSize_16s(int len, int* pSpecSize, int* pSizeInit, int* pSizeBuf);
@@ -565,7 +572,11 @@ NKPAC_API nkpStatus nkpsMDCTInv_MP3_32s(nkp32s* pSrcXr, nkp32s* pDstY, nkp32s* p
 NKPAC_API nkpStatus nkpsMDCTInvWindow_MP3_32s(const nkp32s* pSrc, nkp32s* pDst, int blockType);
 
 /* Polyphase synthesis state of one channel (16-byte aligned inside the
- * caller's buffer of the size GetSize reports; Init clears the history). */
+ * caller's buffer of the size GetSize reports; Init clears the history).
+ * InitAlloc follows the general rule: *ppState is set to NULL, then holds
+ * the buffer as soon as it is allocated; a failure after that releases
+ * nothing. Free keeps the tag, and releases the buffer only when InitAlloc
+ * made it. */
 typedef struct nkpMP3SynthesisState nkpMP3SynthesisState;
 
 NKPAC_API nkpStatus nkpsSynthesisFilterGetSize_MP3_16s(int* pSize);
@@ -815,10 +826,639 @@ NKPAC_API nkpStatus nkpsVLCCountEscBits_MP3_16s32s(const nkp16s* pSrc, int srcLe
 
 /* ---- AAC: stream headers, side elements and channel streams ------------- */
 /* NKPAC-SECTION aac-stream */
+/*
+ * AAC stream readers: the ADTS and ADIF headers, the raw data block's side
+ * elements (program configuration, data stream, fill), the extension- and
+ * main-layer headers of a two-layer stream, the channel pair element's
+ * header, and the noiseless decoding of one individual channel stream into
+ * scale factors, band code books and quantised spectral lines.
+ *
+ * The caller drives the stream: it finds the frames, reads each element's
+ * 3-bit identifier (and, for SCE, CPE and LFE, the 4-bit instance tag)
+ * itself and calls the reader of that element, which starts right behind
+ * them. No reader searches for a sync word, checks a CRC or keeps state.
+ *
+ * Records hold one signed 32-bit word per stream field with the field's
+ * unsigned value, right-aligned, unless a comment says otherwise; arrays are
+ * sized to the largest count their count field can express. A field that the
+ * stream does not carry in a given case is left as the caller had it, unless
+ * its comment says it is cleared. Window sequences: 0 only-long, 1
+ * long-start, 2 eight-short, 3 long-stop (only 2 changes the syntax).
+ *
+ * Statuses: each function lists its codes in the order it checks them. The
+ * pointer check covers the byte pointer inside ppBitStream too; the bit
+ * offset must be 0..7 (nkpStatusBadAacBitOffset). A failure found in the
+ * data stops the reader at once: fields, output lines and the cursor stay as
+ * far as they got.
+ *
+ * Read slack: the readers fetch aligned 32-bit big-endian words and read no
+ * further than the end of the aligned word after the one that holds the last
+ * bit they consume, i.e. at most 7 bytes past the byte of that bit (and from
+ * the start of the aligned word holding the first bit, up to 3 bytes before
+ * the cursor). Keep 8 readable bytes after the data. No reader takes the
+ * data's length: a truncated or corrupt element is read on into whatever
+ * follows it, but only so far; each function states its bound ("reads at
+ * most N bytes": the cursor's byte and the N - 1 after it, slack included),
+ * so a caller can size a buffer of untrusted data.
+ */
+
+/* ADTS frame header. */
+typedef struct {
+    nkp32s id;                           /* 1 bit: 0 MPEG-4, 1 MPEG-2 */
+    nkp32s layer;                        /* 2 bits */
+    nkp32s protectionAbsent;             /* 1 bit: 0 means a CRC word follows */
+    nkp32s profile;                      /* 2 bits: audio object type - 1 */
+    nkp32s samplingFrequencyIndex;       /* 4 bits */
+    nkp32s privateBit;
+    nkp32s channelConfiguration;         /* 3 bits; 0: the layout is in a PCE */
+    nkp32s originalCopy;
+    nkp32s home;
+    nkp32s reserved;                     /* never written */
+    nkp32s copyrightIdentificationBit;
+    nkp32s copyrightIdentificationStart;
+    nkp32s frameLength;                  /* 13 bits: the frame in bytes, header included */
+    nkp32s bufferFullness;               /* 11 bits */
+    nkp32s numRawDataBlocks;             /* the 2-bit field plus one: 1..4 raw data blocks */
+    nkp32s crcCheck;                     /* 16 bits; written only when protectionAbsent is 0 */
+} nkpAacAdtsHeader;
+
+/* Program configuration element. Only the first `count` entries of each
+ * array are written. */
+typedef struct {
+    nkp32s elementInstanceTag;           /* 4 bits */
+    nkp32s profile;                      /* 2 bits */
+    nkp32s samplingFrequencyIndex;       /* 4 bits */
+    nkp32s numFrontElt;                  /* 4 bits */
+    nkp32s numSideElt;                   /* 4 bits */
+    nkp32s numBackElt;                   /* 4 bits */
+    nkp32s numLfeElt;                    /* 2 bits */
+    nkp32s numAssocDataElt;              /* 3 bits */
+    nkp32s numValidCcElt;                /* 4 bits */
+    nkp32s monoMixdownPresent;
+    nkp32s monoMixdownEltNumber;         /* cleared, then read when present */
+    nkp32s stereoMixdownPresent;
+    nkp32s stereoMixdownEltNumber;       /* cleared, then read when present */
+    nkp32s matrixMixdownIdxPresent;
+    nkp32s matrixMixdownIdx;             /* 2 bits; cleared, then read when present */
+    nkp32s pseudoSurroundEnable;         /* cleared, then read with matrixMixdownIdx */
+    nkp32s frontEltIsCpe[16];
+    nkp32s frontEltTagSelect[16];
+    nkp32s sideEltIsCpe[16];
+    nkp32s sideEltTagSelect[16];
+    nkp32s backEltIsCpe[16];
+    nkp32s backEltTagSelect[16];
+    nkp32s lfeEltTagSelect[4];
+    nkp32s assocDataEltTagSelect[8];
+    nkp32s ccEltIsIndSw[16];
+    nkp32s validCcEltTagSelect[16];
+    nkp32s commentFieldBytes;            /* 0..255 */
+    nkp8u commentFieldData[255];
+} nkpAacPrgCfgElt;
+
+/* ADIF header. */
+typedef struct {
+    nkp32u adifId;                       /* 32 bits ("ADIF"; not compared) */
+    nkp32s copyrightIdPresent;
+    nkp32s originalCopy;
+    nkp32s home;
+    nkp32s bitstreamType;                /* 0 constant rate, 1 variable rate */
+    nkp32s bitrate;                      /* 23 bits */
+    nkp32s numPrgCfgElt;                 /* the 4-bit field plus one: 1..16 */
+    nkp32s adifBufferFullness[16];       /* 20 bits; entry i only with bitstreamType 0 */
+    nkp8u copyrightId[9];                /* only when copyrightIdPresent is 1 */
+} nkpAacAdifHeader;
+
+/* TNS data of one channel (64 words). Filters are stored compactly: walk the
+ * windows (8 for eight short windows, else 1), each window's nFilt filters,
+ * taking length and order for every filter, and a direction and `order`
+ * coefficients only for filters whose order is not 0. */
+typedef struct {
+    nkp32s tnsDataPresent;
+    nkp32s nFilt[8];       /* filters per window (2 bits long, 1 bit each short window) */
+    nkp32s coefRes[8];     /* coef_res + 3 (3 or 4), only for windows with filters */
+    nkp32s length[8];      /* per filter in stream order (6 bits long, 4 bits short) */
+    nkp32s order[8];       /* per filter (5 bits long, 3 bits short) */
+    nkp32s direction[16];  /* per filter of non-zero order */
+    nkp8s coef[60];        /* all coefficients, each sign-extended from its width
+                              coefRes - coef_compress (2..4 bits) */
+} nkpAacTnsData;
+
+/* Extension-layer header of a two-layer stream. */
+typedef struct {
+    nkp32s msMaskPresent;       /* 2 bits; only with the stereo switch */
+    nkp32s maxSfb;              /* 6 bits long, 4 bits eight short windows */
+    nkp8u* pMsUsed;             /* set by the caller: 4 x 60 bytes, M/S flag per band, 60 per group */
+    nkpAacTnsData tnsData[2];
+    nkp32s bandFlags[2][51];    /* per channel, compact: entry k belongs to the k-th band read */
+} nkpAacExtensionHeader;
+
+/* Window information of one channel or of a common window. */
+typedef struct {
+    nkp32s icsReservedBit;
+    nkp32s windowSequence;            /* 2 bits */
+    nkp32s windowShape;               /* 1 bit */
+    nkp32s maxSfb;                    /* 6 bits long (at most 51), 4 bits short */
+    nkp32s scaleFactorGrouping;       /* 7 bits, eight short windows only */
+    nkp32s predictorDataPresent;      /* cleared first; read for long windows */
+    nkp32s predictorReset;            /* cleared for long windows, then read with prediction */
+    nkp32s predictorResetGroupNumber; /* 5 bits, when predictorReset is 1 */
+    nkp8u predictionUsed[41];         /* per band below the prediction limit */
+    nkp32s numWindowGroups;           /* 1..8 */
+    nkp32s windowGroupLength[8];      /* windows per group; long: group 0 of length 1 */
+} nkpAacIcsInfo;
+
+/* Channel pair element header. */
+typedef struct {
+    nkp32s commonWindow;
+    nkp32s msMaskPresent;             /* 2 bits */
+    nkp8u msUsed[8 * 60];             /* M/S flag per band, 60 bytes per window group */
+} nkpAacCpeInfo;
+
+/* Long-term prediction side data of one channel (88 words). The LTP reader
+ * writes the fields the stream carries; only the main-layer header clears
+ * the whole record first. */
+typedef struct {
+    nkp32s ltpDataPresent;
+    nkp32s ltpLag;                    /* 11 bits */
+    nkp16s ltpCoef;                   /* the coefficient in Q14 (9352 .. 22438) */
+    nkp16s ltpCoefHigh;               /* the upper half of ltpCoef's word: not read from the stream */
+    nkp32s ltpLongDataPresent;        /* long windows: a copy of ltpDataPresent */
+    nkp32s ltpLongUsed[40];           /* per band 0..39 */
+    nkp32s ltpShortUsed[8];           /* per short window */
+    nkp32s ltpShortLagPresent[8];
+    nkp32s ltpShortLag[8];            /* lag of each used short window */
+    nkp32s reserved[20];              /* not read from the stream */
+} nkpAacLtpInfo;
+
+/* Main-layer header of a two-layer stream; also the LTP destination of the
+ * MPEG-4 channel readers. */
+typedef struct {
+    nkp32s windowSequence;
+    nkp32s windowShape;
+    nkp32s maxSfb;
+    nkp32s scaleFactorGrouping;
+    nkp32s numWindowGroups;
+    nkp32s windowGroupLength[8];
+    nkp32s msMaskPresent;             /* 2 bits */
+    nkp8u* pMsUsed;                   /* set by the caller: 8 x 60 bytes */
+    nkpAacTnsData tnsData[2];
+    nkpAacLtpInfo ltpInfo[2];
+} nkpAacMainHeader;
+
+/* Per-channel record of the noiseless decoders. */
+typedef struct {
+    nkp32s reserved0[2];              /* neither read nor written */
+    nkp32s samplingFrequencyIndex;    /* in: 0..11 */
+    nkp32s predSfbMax;                /* in: bands that may carry prediction flags (0 for
+                                         the low-complexity decoder) */
+    nkp32s reserved1;                 /* neither read nor written */
+    nkp32s frameLength;               /* out: 1024, or 128 for eight short windows */
+    nkp32s numWindows;                /* out: 1 or 8 */
+    nkp32s numSwb;                    /* out: bands of the window length at this rate */
+    nkp32s globalGain;                /* out: 8 bits */
+    nkp32s pulseDataPresent;          /* out */
+    nkp32s tnsDataPresent;            /* out */
+    nkp32s gainControlDataPresent;    /* out */
+    nkpAacIcsInfo* pIcsInfo;          /* in: the channel's window information */
+    nkp8u sectCb[120];                /* out: code book of each section, groups one after another */
+    nkp8u sectEnd[120];               /* out: end band (exclusive) of each section */
+    nkp32s numSec[8];                 /* out: sections per group */
+    nkp32s nFilt[8];                  /* out: the TNS filters, as in nkpAacTnsData */
+    nkp32s coefRes[8];
+    nkp32s length[8];
+    nkp32s order[8];
+    nkp32s direction[16];
+} nkpAacChanInfo;
+
+/* Reads a 7-byte ADTS header (9 bytes when protectionAbsent is 0: the CRC
+ * word, not verified) starting at bit 0 of *ppBitStream, and advances the
+ * pointer by 7 or 9 bytes. The sync word is skipped, not compared, and no
+ * field is checked. Reads at most 16 bytes.
+ * Statuses: NullPointer. */
+NKPAC_API nkpStatus nkpsUnpackADTSFrameHeader_AAC(nkp8u** ppBitStream, nkpAacAdtsHeader* pAdtsHeader);
+
+/* Reads an ADIF header starting at bit 0 of *ppBitStream with its
+ * numPrgCfgElt program configuration elements into pPrgCfgElt[0..], and
+ * advances the pointer past the last one (a PCE ends byte-aligned). The
+ * header's fields and the PCEs follow each other without alignment, as in
+ * the stream. prgCfgEltMax is the capacity of pPrgCfgElt, 1..16.
+ * Reads at most 4,936 bytes (16 PCEs with full comments).
+ * Statuses: NullPointer; BadAacPceCount (capacity outside 1..16, before
+ * reading; or the stream declares more PCEs than the capacity, after the
+ * fixed fields: those stay written and the pointer is left on the byte
+ * reached). */
+NKPAC_API nkpStatus nkpsUnpackADIFHeader_AAC(nkp8u** ppBitStream, nkpAacAdifHeader* pAdifHeader,
+                                             nkpAacPrgCfgElt* pPrgCfgElt, int prgCfgEltMax);
+
+/* Reads a program configuration element (after its identifier): the fixed
+ * fields, the element lists, byte alignment (relative to the buffer's bytes)
+ * and the comment. Reads at most 312 bytes.
+ * Statuses: NullPointer, BadAacBitOffset. */
+NKPAC_API nkpStatus nkpsDecodePrgCfgElt_AAC(nkp8u** ppBitStream, int* pBitOffset, nkpAacPrgCfgElt* pPrgCfgElt);
+
+/* Reads a data stream element (after its identifier): tag, align flag,
+ * count (8 bits, plus 8 more when it is 255: 0..510), byte alignment when
+ * flagged, then the payload into pDataElt, which must hold 510 bytes.
+ * Reads at most 521 bytes.
+ * Statuses: NullPointer, BadAacBitOffset. */
+NKPAC_API nkpStatus nkpsDecodeDatStrElt_AAC(nkp8u** ppBitStream, int* pBitOffset, int* pDataTag, int* pDataCnt,
+                                            nkp8u* pDataElt);
+
+/* Reads a fill element (after its identifier): count (4 bits; 15 means
+ * 15 + the next 8 bits - 1: 0..269), then that many bytes, unparsed (the
+ * extension type nibble included), into pFillElt, which must hold 269 bytes.
+ * Reads at most 279 bytes.
+ * Statuses: NullPointer, BadAacBitOffset. */
+NKPAC_API nkpStatus nkpsDecodeFillElt_AAC(nkp8u** ppBitStream, int* pBitOffset, int* pFillCnt, nkp8u* pFillElt);
+
+/* Reads the extension-layer header of a two-layer stream: max_sfb; with the
+ * stereo switch, msMaskPresent and (value 1) the M/S flags of bands
+ * startBand..maxSfb-1 into pMsUsed[g * 60 + band] for one group (long) or
+ * four groups (eight short windows, always four); with the TNS switch,
+ * tnsDataPresent and TNS data of both channels (the records are not cleared
+ * first, and an over-long filter order ends that channel's TNS data early
+ * without failing: reading goes on after the order field); with the stereo
+ * and band-flags switches, per channel either 8 window flags (eight short
+ * windows, startBand 0 only) or one flag for each band from startBand to
+ * min(bandLimit, maxSfb) - 1 whose group-0 M/S flag is 0, stored compactly.
+ * pExtHeader->pMsUsed (240 bytes) is required when the stereo switch is 1.
+ * Reads at most 97 bytes.
+ * Statuses: NullPointer (pMsUsed included when needed), BadAacBitOffset,
+ * BadAacHeaderFlag (tnsSwitch), BadAacExtFlag2 (stereoSwitch),
+ * BadAacExtFlag3 (bandFlagsSwitch), BadAacMaxSfb (startBand or bandLimit
+ * outside 0..51), BadAacWindowSequence (above 3); then BadAacMaxSfb for a
+ * 6-bit max_sfb above 60 (the field stays written). */
+NKPAC_API nkpStatus nkpsDecodeExtensionHeader_AAC(nkp8u** ppBitStream, int* pBitOffset,
+                                                  nkpAacExtensionHeader* pExtHeader, int tnsSwitch,
+                                                  int stereoSwitch, int bandFlagsSwitch, int startBand,
+                                                  int bandLimit, int windowSequence);
+
+/* Reads a channel pair element's header (after identifier and tag):
+ * common_window; if 1, the ics_info into pIcsInfo with prediction flags for
+ * bands below min(maxSfb, predSfbMax) (entries from there up to predSfbMax
+ * cleared), then msMaskPresent and, when it is 1, one M/S flag per group and
+ * band below maxSfb into msUsed[g * 60 + band] (values 0, 2 and 3 leave
+ * msUsed as it was). Reads at most 26 bytes.
+ * Statuses: NullPointer, BadAacBitOffset, BadAacPrediction (predSfbMax
+ * outside 0..41); BadAacMaxSfb (a long window's max_sfb above 51). */
+NKPAC_API nkpStatus nkpsDecodeChanPairElt_AAC(nkp8u** ppBitStream, int* pBitOffset, nkpAacIcsInfo* pIcsInfo,
+                                              nkpAacCpeInfo* pCpeInfo, int predSfbMax);
+
+/* As nkpsDecodeChanPairElt_AAC with the MPEG-4 ics_info: first the
+ * ltpDataPresent words of both pMainHeader->ltpInfo are cleared; a long
+ * window's predictor flag then means prediction for audio object type 1
+ * (predSfbMax must then lie in 0..41: BadAacPrediction after the reset
+ * fields), and LTP for any other type: windowSequence and maxSfb are copied
+ * into pMainHeader, and ltp_data_present with the LTP data of channel 0 and
+ * of channel 1 are read into its ltpInfo. Reads at most 30 bytes.
+ * Statuses: NullPointer, BadAacBitOffset, BadAacMaxSfb (predSfbMax outside
+ * 0..51); BadAacMaxSfb or BadAacPrediction from the ics_info. */
+NKPAC_API nkpStatus nkpsDecodeChanPairElt_MP4_AAC(nkp8u** ppBitStream, int* pBitOffset, nkpAacIcsInfo* pIcsInfo,
+                                                  nkpAacCpeInfo* pCpeInfo, nkpAacMainHeader* pMainHeader,
+                                                  int predSfbMax, int audioObjectType);
+
+/* Reads the main-layer header of a two-layer stream: window sequence and
+ * shape, max_sfb (not range-checked) and grouping (long: one group of length
+ * 1, the other seven lengths cleared); with two channels msMaskPresent and
+ * the M/S flags into pMainHeader->pMsUsed (1: read; 2: all set; 0, 3: all
+ * cleared, for every group and band below maxSfb; pMsUsed, 480 bytes, is
+ * required for two channels); then per channel the cleared TNS record with
+ * tnsDataPresent and the TNS data (an over-long order ends it without
+ * failing) and the cleared LTP record with ltpDataPresent and the LTP data.
+ * The whole record is read even when unsupportedMode is 1, which marks a
+ * stream this library cannot decode further: the status is then
+ * nkpStatusAacNotSupported. Reads at most 120 bytes.
+ * Statuses: NullPointer (pMsUsed included with two channels),
+ * BadAacBitOffset, BadAacElementChannels (channels not 1 or 2),
+ * BadAacHeaderFlag (unsupportedMode not 0 or 1); AacNotSupported. */
+NKPAC_API nkpStatus nkpsDecodeMainHeader_AAC(nkp8u** ppBitStream, int* pBitOffset, nkpAacMainHeader* pMainHeader,
+                                             int channels, int unsupportedMode);
+
+/*
+ * Noiseless decoding of one individual channel stream (after an SCE's or
+ * LFE's tag, or for each channel of a CPE after its header): global gain,
+ * ics_info where the element has no common window, section data, scale
+ * factors, pulse, TNS and gain-control data, and the Huffman-coded spectrum.
+ *
+ * Caller buffers:
+ *  - pDstScaleFactor, 8 * 51 values, maxSfb per window group, group after
+ *    group: the scale factor (code books 1..11), the noise energy (13), the
+ *    intensity position (14, 15; two's complement in 16 bits), 0 (book 0).
+ *    Scale factors and noise energies share one accumulator, which starts
+ *    at the global gain: the first noise band sets it to globalGain - 346 +
+ *    its 9-bit value (no range check), later bands of either kind add their
+ *    difference, and a result outside 0..255 gives BadAacScaleFactor (the
+ *    band's value is not stored). Intensity positions have their own
+ *    accumulator from 0, without range check. Code book 12 gives
+ *    BadAacCodebook.
+ *  - pDstSpectrum, 1024 values: group g takes windowGroupLength[g] * (128 or
+ *    1024) lines; in a group the bands follow in order, each with its lines
+ *    for all the group's windows one window after another (the stream's
+ *    interleaved order). Lines of code books 0, 13, 14, 15 and lines above
+ *    the last section are 0. A quantised value's magnitude is at most 8191
+ *    (escape prefix of at most 8 one bits: a ninth one gives
+ *    BadAacQuantValue, the cursor after it, and nothing of that pair
+ *    stored); pulses are added after decoding (to a line that is not
+ *    positive, zero included, the amplitude is subtracted).
+ *  - pDstSfbCb, 8 * 51 bytes, maxSfb per group: each band's code book. A
+ *    section that runs past maxSfb writes its code book for all its bands
+ *    (at most 134 bytes in all) before BadAacSectionData.
+ *  - pDstTnsCoef, 60 bytes: the TNS coefficients, as in nkpAacTnsData.
+ *
+ * A section of length 0 gives BadAacSectionData (after its code book and
+ * length fields). A section's length fields continue after an escape value
+ * (31 long, 7 short) as long as the running end has not passed maxSfb.
+ * Pulse data: a start band above 51 stops at once, one not below numSwb
+ * after the pulse data; a pulse that reaches line 1024 stops after the
+ * pulses before it were added (both BadAacPulseData).
+ *
+ * Window information given by the caller (pIcsInfo with commonWin 1, or the
+ * layer mode of nkpsNoiselessDecode_AAC) is checked before use: a window
+ * sequence other than 2 counts as long; a long window needs one group of
+ * length 1, eight short windows 1..8 groups of lengths 1..8 that add up to 8
+ * (else BadAacWindowGroups).
+ *
+ * Read slack: the stream buffer must be readable to the end of the aligned
+ * word after the one holding the last bit decoded (at most 7 bytes past its
+ * byte). On corrupt data a call reads at most 3,577 bytes.
+ */
+
+/* Low-complexity profile. pChanInfo->samplingFrequencyIndex (0..11) and
+ * predSfbMax (0) are inputs, pChanInfo->pIcsInfo the channel's window
+ * information: with commonWin 0 the ics_info is read into it (a predictor
+ * flag is read with its reset fields and no band flags), with commonWin 1 it
+ * is used as the caller filled it (nkpsDecodeChanPairElt_AAC). Code book 13
+ * (noise substitution) is refused; use nkpsNoiselessDecode_AAC for it.
+ * Statuses: NullPointer (every pointer, the byte pointer and pIcsInfo),
+ * BadAacBitOffset, BadAacNoiselessMode (commonWin not 0 or 1),
+ * BadAacSamplingIndex, BadAacPrediction (predSfbMax not 0); then in stream
+ * order: BadAacMaxSfb (above 51, or above numSwb), BadAacWindowGroups (the
+ * caller's groups), BadAacSectionData, BadAacCodebook or BadAacScaleFactor
+ * (scale factors: code book 12 or 13), BadAacPulseData (with eight short
+ * windows, or a bad start band), BadAacTnsOrder, BadAacGainControl (gain
+ * control present), DataError (a section beyond numSwb; max_sfb's check
+ * keeps it from happening here), BadAacCodebook or BadAacQuantValue
+ * (spectrum), BadAacPulseData (pulse position). */
+NKPAC_API nkpStatus nkpsNoiselessDecoder_LC_AAC(nkp8u** ppBitStream, int* pBitOffset, int commonWin,
+                                                nkpAacChanInfo* pChanInfo, nkp16u* pDstScaleFactor,
+                                                nkp32s* pDstSpectrum, nkp8u* pDstSfbCb, nkp8s* pDstTnsCoef);
+
+/* General form for the MPEG-2 and MPEG-4 object types (audioObjectType
+ * 0..16), with noise substitution. With layerFlag 1 (second layer of a
+ * two-layer stream) windowSequence and maxSfb are the arguments, the window
+ * groups those of pMainHeader, and there are no pulse, TNS or gain-control
+ * fields. With layerFlag 0 and commonWin 0 the MPEG-4 ics_info is read into
+ * pChanInfo->pIcsInfo (prediction limit pChanInfo->predSfbMax for object
+ * type 1, else LTP data of one channel into pMainHeader->ltpInfo[0]); with
+ * commonWin 1 the caller's pIcsInfo is used. maxSfb is not compared with
+ * numSwb: a section beyond numSwb gives DataError when the spectrum reaches
+ * it. Eight short windows take at most 15 bands.
+ * Statuses: NullPointer (every pointer, the byte pointer, and pIcsInfo
+ * unless layerFlag is 1), BadAacBitOffset, BadAacNoiselessMode (commonWin),
+ * BadAacWindowSequence (windowSequence above 3), BadAacNoiselessFlag
+ * (layerFlag), BadAacLimit16 (audioObjectType above 16), BadAacMaxSfb
+ * (maxSfb above 51), BadAacSamplingIndex; then in stream order: BadAacMaxSfb
+ * or BadAacPrediction (ics_info), BadAacMaxSfb (long above 51, short above
+ * 15), BadAacWindowGroups, and the data errors of the low-complexity decoder
+ * (noise bands accepted; DataError for a section beyond numSwb). */
+NKPAC_API nkpStatus nkpsNoiselessDecode_AAC(nkp8u** ppBitStream, int* pBitOffset, nkpAacMainHeader* pMainHeader,
+                                            nkp16u* pDstScaleFactor, nkp32s* pDstSpectrum, nkp8u* pDstSfbCb,
+                                            nkp8s* pDstTnsCoef, nkpAacChanInfo* pChanInfo, int windowSequence,
+                                            int maxSfb, int commonWin, int layerFlag, int audioObjectType);
 /* NKPAC-END aac-stream */
 
 /* ---- AAC: inverse quantisation, stereo tools, prediction, TNS ----------- */
 /* NKPAC-SECTION aac-tools */
+/*
+ * The spectral tools of an AAC decoder, run on one frame after noiseless
+ * decoding: inverse quantisation, M/S and intensity stereo, reordering of
+ * eight short windows into window order, the Main-profile frequency-domain
+ * predictor and the TNS filter.
+ *
+ * Band layout (every tool but the predictor): winLen is 1024 (one long
+ * window) or 128 (eight short windows); numWinGrp window groups with
+ * pWinGrpLen[g] windows each; maxSfb bands per group (0..51 and at most the
+ * band count of the sampling index for that window length); samplingIndex
+ * 0..11 picks the scale-factor band offsets of ISO/IEC 14496-3. Group g
+ * takes pWinGrpLen[g] * winLen consecutive lines; inside a group band b
+ * holds its lines of every window of the group, one window after another
+ * (the stream's order, as the noiseless decoders deliver it). Per-band side
+ * arrays (scale factors, intensity positions, code books) hold maxSfb
+ * entries per group, group after group; M/S flags 60 bytes per group.
+ *
+ * Window counts: each pWinGrpLen[g] must lie in 1..8 and together they may
+ * not exceed 8 windows (exactly 1 for a 1024-line window), so that no tool
+ * reaches past 1024 lines; a grouping that breaks this is refused with
+ * BadAacWindowGroups after all the other argument checks. Windows past the
+ * groups' total are left alone. Checks below list the statuses in their
+ * order; the window-count check always comes last.
+ */
+
+/* Inverse quantisation in place: each line v (|v| <= 8191) of a band whose
+ * code book is not 0, 13, 14 or 15 becomes sign(v) * |v|^(4/3) *
+ * 2^((sf - 100)/4) * 8, truncated toward zero (3 fraction bits), saturated
+ * to +-(2^31 - 1); sf = pScaleFactor[band] (0..255 from the noiseless
+ * decoders, any value accepted). Bands of code books 0, 13, 14 and 15 are
+ * not touched (zero, noise and intensity bands belong to other tools).
+ * Results: the power comes from a table of |v|^(4/3) rounded to double,
+ * the band factor 2^((sf - 100)/4) * 8 is a double, one double product,
+ * then truncation. That is the exactly truncated value for every line at
+ * every scale factor 0..255 (checked against a 64-bit-mantissa model); an
+ * exact value within about 1e-15 relative of an integer could in principle
+ * come out one unit low. Both code paths run the same arithmetic and give
+ * identical results; the caller's MXCSR does not affect them.
+ * pSrcDstSpectrum: 1024 lines. Checks: a null pointer (NullPointer); winLen
+ * 128 with numWinGrp outside 1..8, or winLen 1024 with numWinGrp not 1
+ * (BadAacWindowGroups); any other winLen (BadAacWindowLength); maxSfb
+ * outside 0..51 (BadAacMaxSfb); samplingIndex outside 0..11
+ * (BadAacSamplingIndex); maxSfb above the band count (BadAacMaxSfb); the
+ * window counts (BadAacWindowGroups). Then, working band by band and line
+ * by line, a magnitude above 8191 stops the call with BadAacQuantValue: the
+ * lines before it stay converted. */
+NKPAC_API nkpStatus nkpsQuantInv_AAC_32s_I(nkp32s* pSrcDstSpectrum, const nkp16u* pScaleFactor, int numWinGrp,
+                                           const nkp32s* pWinGrpLen, int maxSfb, const nkp8u* pSfbCb,
+                                           int samplingIndex, int winLen);
+
+/* M/S stereo in place. For each band of each group, with the right
+ * channel's code book cb and the band's flag pMsUsed[g * 60 + b]:
+ *  - cb 14 or 15 (intensity band): when msMaskPresent is 1 and the flag is
+ *    set, the code book is changed in place to the other one (14 <-> 15) so
+ *    that the intensity step inverts the band; the lines are not touched;
+ *  - otherwise, when msMaskPresent is 2 or the flag is set (not 0), and cb
+ *    is not 13:
+ *    left = L + R, right = L - R, 32-bit wrap-around, no 1/sqrt(2) factor;
+ *  - other bands stay as they are.
+ * pMsUsed: 60 bytes per group (not read when msMaskPresent is 2, but
+ * required); pSfbCbR: maxSfb code books per group, in/out. A mask other
+ * than 1 or 2 is answered with BadAacMsMask (-142), the status named for
+ * exactly that condition. Checks: a null pointer (NullPointer); winLen and
+ * numWinGrp as for nkpsQuantInv_AAC_32s_I (BadAacWindowGroups,
+ * BadAacWindowLength); maxSfb outside 0..51 (BadAacMaxSfb); samplingIndex
+ * (BadAacSamplingIndex); msMaskPresent not 1 or 2 (BadAacMsMask); maxSfb
+ * above the band count (BadAacMaxSfb); the window counts
+ * (BadAacWindowGroups). */
+NKPAC_API nkpStatus nkpsDecodeMsStereo_AAC_32s_I(nkp32s* pSrcDstL, nkp32s* pSrcDstR, int msMaskPresent,
+                                                 const nkp8u* pMsUsed, nkp8u* pSfbCbR, int numWinGrp,
+                                                 const nkp32s* pWinGrpLen, int maxSfb, int samplingIndex,
+                                                 int winLen);
+
+/* Intensity stereo: in every band whose right-channel code book is 15
+ * (sign +1) or 14 (sign -1), right = sign * x with x = left * 2^(-p/4) and
+ * p = pIsPosition[band] read as a two's-complement 16-bit value (the
+ * noiseless decoders' scale-factor output); other bands of pDstR are not
+ * written. With T[k] = round(2^30 * 2^(-k/4)) and U[k] = round(2^30 *
+ * 2^(k/4)), k = 0..3, 64-bit products and >> arithmetic (toward minus
+ * infinity):
+ *  - p = -3..7: |left| * 2^(-p/4) truncated toward zero (the factor held
+ *    in Q62), so x is within one unit of the exact value;
+ *  - p >= 8: x = (left * T[p & 3]) >> (30 + (p >> 2)), i.e. the product's
+ *    high word shifted right by (p >> 2) - 2, shifts above 63 held at 63
+ *    (x is then 0 or -1);
+ *  - p < -3: left is first shifted left by (((128 - p) >> 2) + 2) mod 32 in
+ *    32-bit wrap-around arithmetic, then x = (that * U[-p & 3]) >> 32; so
+ *    a line whose scale-up by 2^(2 + (-p >> 2)) does not fit 32 bits wraps,
+ *    and below -127 the shift comes round again (p = -128 gives x = left).
+ * In the last two the Q30 factors add up to |x| * 2^-30 to the one unit.
+ * x keeps its low 32 bits (results too large for 32 bits wrap around) and
+ * the sign is applied afterwards: -x for code book 14. Checks: a null pointer
+ * (NullPointer); winLen and numWinGrp as for nkpsQuantInv_AAC_32s_I;
+ * maxSfb outside 0..51 (BadAacMaxSfb); samplingIndex (BadAacSamplingIndex);
+ * maxSfb above the band count (BadAacMaxSfb); the window counts
+ * (BadAacWindowGroups). */
+NKPAC_API nkpStatus nkpsDecodeIsStereo_AAC_32s(const nkp32s* pSrcL, nkp32s* pDstR, const nkp16u* pIsPosition,
+                                               const nkp8u* pSfbCbR, int numWinGrp, const nkp32s* pWinGrpLen,
+                                               int maxSfb, int samplingIndex, int winLen);
+
+/* Eight short windows from the stream's band-interleaved order into window
+ * order: in group g, band b's lines for window j of the group go to line
+ * swbOffset[b] of window j (window j of a group starts j * 128 lines into
+ * it); lines swbOffset[maxSfb]..127 of each window of the groups are set to
+ * 0. pSrc and pDst (1024 lines each) must not overlap. Checks: a null
+ * pointer (NullPointer); winLen not 128 (BadAacWindowLength); numWinGrp
+ * outside 1..8 (BadAacWindowGroups); maxSfb outside 0..51 (BadAacMaxSfb);
+ * samplingIndex (BadAacSamplingIndex); maxSfb above the short-window band
+ * count (BadAacMaxSfb); the window counts (BadAacWindowGroups). */
+NKPAC_API nkpStatus nkpsDeinterleaveSpectrum_AAC_32s(const nkp32s* pSrc, nkp32s* pDst, int numWinGrp,
+                                                     const nkp32s* pWinGrpLen, int maxSfb, int samplingIndex,
+                                                     int winLen);
+
+/*
+ * Frequency-domain prediction (AAC Main profile): a backward-adaptive
+ * second-order lattice predictor per spectral line of long windows, in
+ * single precision. The state starts at the caller's buffer address itself
+ * (no alignment step; its arrays are aligned inside it) and holds, per
+ * line, cor0, cor1, var0, var1, r0, r1, each kept at 16-bit precision (the
+ * low 16 bits of the float cleared). A reset sets cor, r to 0 and var to
+ * 1.0. The state keeps pointers into its own buffer: do not move or copy
+ * it, build a new one.
+ *
+ * One line, x the reconstructed value, every operation one single-precision
+ * IEEE operation in exactly this order (no fused multiply-add, no wider
+ * intermediates; the caller's MXCSR is set aside for the call, so results
+ * do not depend on it):
+ *   k1 = (M[var0] * cor0) * E[var0];  p1 = r0 * k1
+ *   p2 = ((M[var1] * cor1) * E[var1]) * r1
+ *   pred = p2 + p1, rounded to 16 bits (0x8000 added to the bit pattern,
+ *          the low 16 bits cleared)
+ *   forward: out = in - pred, x = in; inverse: x = line + pred (written)
+ *          in bands whose flag is set, else x = line (not written)
+ *   e1 = x - p1
+ *   cor0 = cor0 * 0.90625 + r0 * x;  cor1 = cor1 * 0.90625 + r1 * e1
+ *   var0 = (x * x + r0 * r0) * 0.5 + var0 * 0.90625
+ *   var1 = (e1 * e1 + r1 * r1) * 0.5 + var1 * 0.90625
+ *   r1 = (r0 - k1 * x) * 0.953125;  r0 = x * 0.953125
+ *   all six truncated to 16 bits.
+ * M[m] = 0.953125 / (1 + m/128) rounded to 8 significant bits, m the 7
+ * mantissa bits of the variance (bits 16..22); E[e] = 2^(127 - e) for the
+ * 9 bits above them (sign and exponent) in 128..254, else 0: a variance
+ * below 2.0 gives a coefficient of exactly 0.
+ * Misaligned (nkpStatusMisaligned, 2): the data pointers named below are
+ * not 16-byte aligned; the results are the same.
+ */
+typedef struct nkpsFDPState_32f nkpsFDPState_32f;
+
+/* Size in bytes of a state for len lines: 6 * (4 * len rounded up to a
+ * multiple of 64) + 128. Checks: pSize null (NullPointer); len < 1, or a
+ * size that does not fit 32 bits (len above 89478464) (BadSize). */
+NKPAC_API nkpStatus nkpsFDPGetSize_32f(int len, int* pSize);
+/* Builds the state at pMem (GetSize bytes, any alignment), resets every
+ * line and stores pMem in *ppState. Checks: ppState or pMem null
+ * (NullPointer); len as for GetSize (BadSize). */
+NKPAC_API nkpStatus nkpsFDPInit_32f(nkpsFDPState_32f** ppState, int len, nkp8u* pMem);
+/* Allocates the state through nkpcore and builds it. Checks: ppState null
+ * (NullPointer), then GetSize's checks, then NoMemory. On failure *ppState
+ * is null and nothing stays allocated. */
+NKPAC_API nkpStatus nkpsFDPInitAlloc_32f(nkpsFDPState_32f** ppState, int len);
+/* Clears the state's tag and releases it if InitAlloc made it (a state in
+ * the caller's memory is only marked unusable). Checks: null
+ * (NullPointer), not a predictor state (WrongObject). */
+NKPAC_API nkpStatus nkpsFDPFree_32f(nkpsFDPState_32f* pState);
+/* Resets every line. Checks: null (NullPointer), WrongObject. */
+NKPAC_API nkpStatus nkpsFDPReset_32f(nkpsFDPState_32f* pState);
+/* Resets lines first, first + step, first + 2 step, ... below the line count
+ * (nothing when first is at or past it): an AAC reset group n is first
+ * n - 1, step 30. Checks: null (NullPointer); first < 0 (BadSize); step < 1
+ * (BadCount); WrongObject. */
+NKPAC_API nkpStatus nkpsFDPResetGroup_32f(int first, int step, nkpsFDPState_32f* pState);
+/* Resets every line of each band b < bands whose pResetFlag[b] is not 0:
+ * lines pBandOffset[b] .. pBandOffset[b+1] - 1, each offset held inside
+ * 0..line count. Checks: pState, pBandOffset or pResetFlag null
+ * (NullPointer); bands < 1 (BadSize); WrongObject. */
+NKPAC_API nkpStatus nkpsFDPResetSfb_32f(const nkp32s* pBandOffset, int bands, const nkp8u* pResetFlag,
+                                        nkpsFDPState_32f* pState);
+/* Encoder side: for every line of the state, pDst[i] = pSrc[i] - pred and
+ * the state is updated from pSrc[i] (pSrc may equal pDst). Checks: a null
+ * pointer (NullPointer), WrongObject. Misaligned: pSrc or pDst. */
+NKPAC_API nkpStatus nkpsFDPFwd_32f(const nkp32f* pSrc, nkp32f* pDst, nkpsFDPState_32f* pState);
+/* Decoder side, in place, band by band: lines pBandOffset[b] ..
+ * pBandOffset[b+1] - 1 (offsets held inside 0..line count) are predicted and
+ * the prediction added where pPredUsed[b] is not 0; every line of the bands
+ * updates the state, lines outside them are neither touched nor updated.
+ * pBandOffset has bands + 1 entries, pPredUsed bands. Checks: pSrcDst,
+ * pBandOffset, pState or pPredUsed null (NullPointer); bands < 1 (BadSize);
+ * WrongObject. Misaligned: pSrcDst. */
+NKPAC_API nkpStatus nkpsFDPInv_32f_I(nkp32f* pSrcDst, const nkp32s* pBandOffset, int bands,
+                                     const nkp8u* pPredUsed, nkpsFDPState_32f* pState);
+
+/* The TNS filters of one channel, in place, in 32-bit fixed point, from the
+ * arrays of an nkpAacTnsData record: pNumFilt (one per window: 1 for
+ * winLen 1024, 8 for 128), pLength and pOrder (one per filter, stream
+ * order), pCoefRes (per window, 3 or 4), pCoef (order entries per filter of
+ * non-zero order) and pDirection (one per filter of non-zero order).
+ * pSrcDstSpectrum: 1024 lines (eight short windows: 128 each, in window
+ * order, i.e. after nkpsDeinterleaveSpectrum_AAC_32s). reserved is not
+ * read. No state: each filter starts from zero history.
+ * Per window, the filters run from the top band down: top starts at the
+ * band count; each filter covers bottom = max(top - length, 0) .. top and
+ * then top = bottom (a filter of order 0 still takes its range, but no
+ * coefficients, direction or resolution check). Its lines are
+ * swbOffset[min(bottom, L)] .. swbOffset[min(top, L)] - 1, L = min(maxSfb,
+ * the TNS band limit of the sampling index); direction 0 walks them upward,
+ * 1 downward.
+ * Coefficients: index c (-8..7) -> Q31 reflection coefficient
+ * round(2^31 sin(c / iq)), iq = (2^(res-1) -+ 0.5) / (pi / 2) for c >= 0 /
+ * c < 0; for resolution 3 the indices 4..7 and -5..-8 mirror 3..0 and
+ * -4..-1 (7 gives 0). Step-up recursion in 64 bits: a[m] = k[m], a[i] +=
+ * ((((a[m-i] + 512) >> 10) * k[m]) >> 21) from the values before step m;
+ * then all a[i] are shifted right until their largest magnitude is at most
+ * 2^26, leaving them with `shift` fraction bits (31 when none was needed).
+ * Filter: y[n] = (x[n] * 2^shift - sum a[i] y[n-i]) >> shift, 64-bit
+ * products and sum, arithmetic shift, low 32 bits kept (no saturation).
+ * Checks: a null pointer (NullPointer); winLen not 128 or 1024
+ * (BadAacWindowLength); samplingIndex outside 0..11 (BadAacSamplingIndex);
+ * maxSfb outside 0..51 or above the band count (BadAacMaxSfb). Then per
+ * window and filter, in order: the window's filter count negative or above
+ * 3 (long) / 1 (short) (BadAacTnsFilterCount); a length negative or above
+ * the band count (BadAacTnsLength); an order negative or above 12 / 7
+ * (BadAacTnsOrder); for non-zero order, pCoefRes not 3 or 4
+ * (BadAacTnsCoefRes), a coefficient index outside -8..7 (BadAacTnsCoef), a
+ * direction not 0 or 1 (BadAacTnsDirection, before any line of that
+ * filter changes). Such an error stops the call: earlier filters stay
+ * applied. */
+NKPAC_API nkpStatus nkpsDecodeTNS_AAC_32s_I(nkp32s* pSrcDstSpectrum, const nkp32s* pNumFilt, const nkp32s* pLength,
+                                            const nkp32s* pOrder, const nkp32s* pCoefRes, const nkp8s* pCoef,
+                                            const nkp32s* pDirection, int maxSfb, int reserved, int samplingIndex,
+                                            int winLen);
 /* NKPAC-END aac-tools */
 
 /* ---- AAC: filter bank, noise substitution, long-term prediction --------- */
@@ -827,10 +1467,242 @@ NKPAC_API nkpStatus nkpsVLCCountEscBits_MP3_16s32s(const nkp16s* pSrc, int srcLe
 
 /* ---- SBR: prediction coefficients --------------------------------------- */
 /* NKPAC-SECTION sbr */
+/*
+ * Second-order prediction coefficients for the high-frequency generator of
+ * an SBR decoder (covariance method). Stateless.
+ *
+ * Input: an array of len+2 slot pointers (time slots 0 .. len+1), each
+ * pointing at numBands QMF samples (channels 0 .. numBands-1); the caller's
+ * QMF matrix is used in place. For each channel k, with x(n) the sample of
+ * slot n and the sums running over n = 0 .. len-1:
+ *   phi01 = sum x(n+2) x*(n+1)   phi02 = sum x(n+2) x*(n)
+ *   phi11 = sum |x(n+1)|^2       phi12 = sum x(n+1) x*(n)   phi22 = sum |x(n)|^2
+ * (x* is the conjugate; for real samples the identity), each a running
+ * single-precision sum in slot order. Then
+ *   d      = phi22 phi11 - 0.99999905 |phi12|^2   (0.99999905 = 1/(1 + 1e-6)
+ *            in single precision: d stays away from 0 for a channel that its
+ *            two previous samples predict perfectly)
+ *   alpha1 = (phi01 phi12 - phi02 phi11) / d           when d*d > 0, else 0
+ *   alpha0 = -(phi01 + alpha1 phi12*) / phi11          when phi11 > 0, else 0
+ * and both coefficients of the channel are reset to 0 when |alpha0|^2 >= 16
+ * or |alpha1|^2 >= 16. A channel with no energy gives 0 and 0.
+ *
+ * The real variant takes channels four at a time while four remain, and
+ * those channels (0 .. 4*floor(numBands/4) - 1) follow slightly different
+ * rules, kept on purpose: alpha1 is computed whenever d != 0, alpha0
+ * whenever phi11 != 0, and the pair is reset only when a square EXCEEDS 16.
+ * So a coefficient of magnitude exactly 4 survives in those channels and is
+ * reset in the remaining ones, and a very quiet channel (|d| below 2^-75,
+ * about 2.6e-23, where d*d rounds to 0; 2^-63 when the caller flushes
+ * denormals to zero) gets a computed alpha1 there and alpha1 = 0 in the
+ * remaining ones. The complex variants use the one-at-a-time rules for
+ * every channel.
+ *
+ * Coefficients are finite while len * max|x|^2 stays below about 1e19, far
+ * above any QMF sample of PCM audio. Beyond that, or with NaN or infinite
+ * samples, products of covariances overflow and the results follow IEEE
+ * arithmetic: the four-wide channels of the real variant reset a non-finite
+ * coefficient to 0 (it fails "square <= 16"), the other channels may return
+ * NaN.
+ *
+ * Checks: any pointer argument null (NullPointer); len < 1 or numBands < 1:
+ * nkpStatusOk at once, nothing read or written; then a null slot pointer
+ * among slots 0 .. len+1 (NullPointer), before anything is written.
+ * Any alignment; returns nkpStatusOk.
+ */
+/* Real samples (the low-power SBR decoder). */
+NKPAC_API nkpStatus nkpsPredictCoef_SBR_R_32f_D2L(const nkp32f* const* ppSrc, nkp32f* pAlpha0, nkp32f* pAlpha1,
+                                                  int numBands, int len);
+/* Complex samples stored as (re, im) pairs; complex coefficients likewise. */
+NKPAC_API nkpStatus nkpsPredictCoef_SBR_C_32fc_D2L(const nkp32fc* const* ppSrc, nkp32fc* pAlpha0,
+                                                   nkp32fc* pAlpha1, int numBands, int len);
+/* Complex samples with real and imaginary parts in separate slot arrays
+ * (ppSrcRe[n][k], ppSrcIm[n][k]); the coefficients' parts are written to
+ * four arrays. Same results as nkpsPredictCoef_SBR_C_32fc_D2L, bit for bit. */
+NKPAC_API nkpStatus nkpsPredictCoef_SBR_C_32f_D2L(const nkp32f* const* ppSrcRe, const nkp32f* const* ppSrcIm,
+                                                  nkp32f* pAlpha0Re, nkp32f* pAlpha0Im, nkp32f* pAlpha1Re,
+                                                  nkp32f* pAlpha1Im, int numBands, int len);
 /* NKPAC-END sbr */
 
 /* ---- Vector quantisation and the block FIR filter ----------------------- */
 /* NKPAC-SECTION vq */
+/*
+ * Weighted vector quantisation with two conjugate code books. A spectrum is
+ * cut into sub-vectors (sub-vector k is the next pLength[k] floats of the
+ * source and of the weights), and each sub-vector is represented by
+ * (s0 c0 + s1 c1) / divisor: one signed vector from each code book. The
+ * search has two stages: nkpsVQPreliminarySelect_32f keeps a short list of
+ * candidates per sub-vector and code book, nkpsVQMainSelect_32f tries every
+ * pair of candidates. nkpsVQReconstruction_32f rebuilds the spectrum;
+ * nkpsVQIndexSelect_32f searches one whole code book for the single best
+ * vector (a one-book quantiser, or a refinement stage).
+ *
+ * Signs: the searches report sign FLAGS (0: the vector as stored, 1: its
+ * negation; the factor is 1 - 2 * flag, and any non-zero flag given to a
+ * function counts as 1). nkpsVQReconstruction_32f takes sign FACTORS (+1 or
+ * -1) per stage: convert with 1 - 2 * flag.
+ *
+ * Weighted distance of a code vector c to the sub-vector x with weights w:
+ * sum w * ((c - x) * (c - x)), in single precision, summed element by
+ * element from the first, identically in every function; with polarity also
+ * the negated vector's sum w * ((c + x) * (c + x)). Sub-vector lengths must
+ * lie in 0 .. the code book's dim; length 0 gives distance 0.
+ *
+ * Checking order of the searches and the reconstruction: the pointers
+ * (NullPointer); subVectorCount < 1 returns nkpStatusOk at once, writing
+ * nothing; the other scalars in parameter order (BadSize); a code book that
+ * Init did not make or that Free has invalidated (WrongObject); a sub-vector
+ * length outside 0 .. a code book's dim (BadSize); a candidate or chosen
+ * index outside 0 .. count-1 of its code book (OutOfRange). Nothing is
+ * written, the code book's work arrays included, before every check passes.
+ * Floats are not checked: NaN or overflowing data give what IEEE arithmetic
+ * gives (see each function for how such distances rank), never a crash.
+ */
+typedef struct nkpsVQCodeBook_32f nkpsVQCodeBook_32f;
+
+/* Bytes for a code book of count vectors of dim floats:
+ * (dim * 16 + 352) * count + 1888. Checks: pSize null (NullPointer); dim < 1,
+ * count < 1, or a size above 2^31 - 1 (BadSize). */
+NKPAC_API nkpStatus nkpsVQCodeBookGetSize_32f(int dim, int count, int* pSize);
+
+/* Builds a code book in pBuffer (GetSize bytes, any alignment) from count
+ * vectors of dim floats at pSrc (vector after vector; copied) and stores
+ * pBuffer in *ppCodeBook. The code book starts at the buffer's own address;
+ * its arrays begin at the first 64-byte boundary at or after 88 bytes into
+ * the buffer: count vector pointers (rounded up to 64 bytes), the vectors
+ * (each dim * 4 bytes rounded up to 64), then four work arrays of count
+ * 32-bit entries (each rounded up to 64 bytes). The work arrays belong to
+ * nkpsVQPreliminarySelect_32f; every other function only reads a code book.
+ * Checks: a null pointer (NullPointer); dim, count as GetSize (BadSize). */
+NKPAC_API nkpStatus nkpsVQCodeBookInit_32f(const nkp32f* pSrc, nkpsVQCodeBook_32f** ppCodeBook, int dim,
+                                           int count, nkp8u* pBuffer);
+
+/* GetSize, allocation, Init. Checks: ppCodeBook null (NullPointer); dim and
+ * count (BadSize); the allocation (NoMemory); then Init's checks with the
+ * buffer released again (pSrc null: NullPointer). Unlike other objects'
+ * InitAlloc, a failure leaves nothing allocated; *ppCodeBook is then NULL. */
+NKPAC_API nkpStatus nkpsVQCodeBookInitAlloc_32f(const nkp32f* pSrc, nkpsVQCodeBook_32f** ppCodeBook, int dim,
+                                                int count);
+
+/* Marks the code book invalid (the working functions then answer
+ * WrongObject) and releases the buffer when InitAlloc made it. There is no
+ * type check: pass only code books. Checks: null (NullPointer). */
+NKPAC_API nkpStatus nkpsVQCodeBookFree_32f(nkpsVQCodeBook_32f* pCodeBook);
+
+/* Candidate lists for one code book. For each sub-vector k every code
+ * vector's distance d- is measured; with pPolarity[k] non-zero also d+, and
+ * the vector takes the smaller with flag 1 only when d+ < d- (a tie keeps
+ * flag 0). Then:
+ *  - candCount < count: the candCount vectors of smallest distance, best
+ *    first; among equal distances the lower index first (a NaN distance
+ *    never displaces a listed one);
+ *  - candCount >= count: every code vector in index order (not sorted by
+ *    distance), then the last one repeated to fill candCount entries.
+ * Output per sub-vector k and m = 0 .. candCount-1: pCandIndex[k*candCount
+ * + m] and the flag pCandSign[k*candCount + m]. The call writes the code
+ * book's work arrays: one call at a time per code book. Checks (order
+ * above): a null pointer; subVectorCount < 1 (Ok); candCount < 1 (BadSize);
+ * the code book (WrongObject); the lengths (BadSize). */
+NKPAC_API nkpStatus nkpsVQPreliminarySelect_32f(const nkp32f* pSrc, const nkp32f* pWeight, int subVectorCount,
+                                                const int* pLength, int* pCandIndex, int* pCandSign, int candCount,
+                                                const int* pPolarity, nkpsVQCodeBook_32f* pCodeBook);
+
+/* The best pair of candidates per sub-vector. ppCandIndex[b], ppCandSign[b]
+ * (b = 0, 1) are the candidate lists of code book ppCodeBook[b] as
+ * nkpsVQPreliminarySelect_32f writes them: candCount entries per sub-vector
+ * for the first book, candCount1 for the second (0: candCount as well).
+ * For every pair (i over the first list, outer; j over the second, inner):
+ *   r = (s0 c0[i] + s1 c1[j]) / divisor, e = sum w * ((x - r) * (x - r)),
+ * summed element by element; a pair replaces the best only when its e is
+ * strictly smaller than the best so far, which starts at 1e38: the first
+ * pair in search order wins a tie. When no pair comes below 1e38 (overflow,
+ * NaN, a zero divisor) the first pair of the lists is reported.
+ * Output at position k: ppIndex[b][k] (code-vector indices), ppSign[b][k]
+ * (flags, 0 or 1) and, when pError is not NULL, pError[k] = the best e (1e38
+ * when no pair came below it).
+ *
+ * Data alignment decides how r is formed, so results may differ in the last
+ * bit between aligned and unaligned data: a sub-vector whose source and
+ * weight slices both start on a 16-byte boundary takes its first
+ * 4*floor(len/4) elements four at a time, multiplying by a reciprocal of the
+ * divisor (the processor's reciprocal estimate a refined by one Newton step,
+ * 2a - divisor*a*a; the estimate, and so the last bit, may differ between
+ * processor models); its last len mod 4 elements, and every element of any
+ * other sub-vector, divide by the divisor.
+ *
+ * Optional arguments (after the divisor): candCount1 (0: same as
+ * candCount) and pError (NULL: not written). With 0 and NULL the call is
+ * the plain two-book search.
+ * Checks (order above): a null pointer among the eight, or a null entry in
+ * one of the two-entry arrays (NullPointer); subVectorCount < 1 (Ok);
+ * candCount < 1, candCount1 < 0 (BadSize); the code books (WrongObject); the
+ * lengths against the smaller dim (BadSize); the candidate indices
+ * (OutOfRange). */
+NKPAC_API nkpStatus nkpsVQMainSelect_32f(const nkp32f* pSrc, const nkp32f* pWeight, const int* pLength,
+                                         int subVectorCount, int candCount, const int* const* ppCandIndex,
+                                         const int* const* ppCandSign, int* const* ppIndex, int* const* ppSign,
+                                         const nkpsVQCodeBook_32f* const* ppCodeBook, nkp32f divisor,
+                                         int candCount1, nkp32f* pError);
+
+/* The single best code vector for each sub-vector, over the whole code book:
+ * the smallest distance (d-, or with pPolarity[k] non-zero the smaller of d-
+ * and d+ as in nkpsVQPreliminarySelect_32f), the lower index on a tie; the
+ * same answer as nkpsVQPreliminarySelect_32f with candCount 1, but the code
+ * book is only read, so concurrent calls may share it. A NaN distance never
+ * displaces an earlier one. Output: pIndex[k], the flag pSign[k] and, when
+ * pError is not NULL, pError[k] = the distance. pPolarity may be NULL (no
+ * polarity anywhere). Checks (order above): a null required pointer;
+ * subVectorCount < 1 (Ok); the code book (WrongObject); the lengths
+ * (BadSize). */
+NKPAC_API nkpStatus nkpsVQIndexSelect_32f(const nkp32f* pSrc, const nkp32f* pWeight, int subVectorCount,
+                                          const int* pLength, int* pIndex, int* pSign, const int* pPolarity,
+                                          const nkpsVQCodeBook_32f* pCodeBook, nkp32f* pError);
+
+/* Rebuilds the spectrum: for each sub-vector k (pLength[k] floats of pDst,
+ * consecutive), dst = ppSign[0][k] * c0 + ppSign[1][k] * c1 + ... in stage
+ * order, with c_s = vector ppIndex[s][k] of code book ppCodeBook[s] and the
+ * signs as factors (+1/-1; other integers scale the vector), then every value
+ * times 1/stageCount (in single precision). Two stages from
+ * nkpsVQMainSelect_32f with divisor 2 give exactly the r it measured on the
+ * dividing route. Checks (order above): a null pointer (NullPointer);
+ * subVectorCount < 1 (Ok); stageCount < 1 (BadSize); a null entry among the
+ * first stageCount of ppIndex, ppSign, ppCodeBook (NullPointer); the code
+ * books (WrongObject); the lengths (BadSize); the indices (OutOfRange). */
+NKPAC_API nkpStatus nkpsVQReconstruction_32f(const int* const* ppIndex, const int* const* ppSign,
+                                             const int* pLength, int subVectorCount, int stageCount,
+                                             nkp32f* pDst, const nkpsVQCodeBook_32f* const* ppCodeBook);
+
+/*
+ * Block FIR filter: each call takes one block of blockLength floats, and the
+ * output block is, element by element, taps[0] times the new block plus
+ * taps[k] times the block of k calls ago (k = 1 .. numTaps-1; blocks before
+ * the first call are zero). The sum is formed as taps[0]*new, then adds the
+ * oldest block first, down to the block of one call ago; that order is part
+ * of the result. The state is a small record that only InitAlloc makes.
+ */
+typedef struct nkpsFIRBlockState_32f nkpsFIRBlockState_32f;
+
+/* Creates the state with a zero delay line. The record keeps numTaps and
+ * blockLength in 16-bit fields: values above 32767 are cut to their low 16
+ * bits, and a cut value below 1 is refused later by nkpsFIRBlockOne_32f
+ * (BadFilterLength); the delay line is sized from the full values. Checks:
+ * ppState null (NullPointer); numTaps < 1 or blockLength < 1
+ * (BadFilterLength); either allocation failing (NoMemory, nothing kept).
+ * *ppState is written only on success. */
+NKPAC_API nkpStatus nkpsFIRBlockInitAlloc_32f(nkpsFIRBlockState_32f** ppState, int numTaps, int blockLength);
+
+/* Releases the delay line and the record. Checks: null (NullPointer); a
+ * record that InitAlloc did not make (WrongObject, nothing released). */
+NKPAC_API nkpStatus nkpsFIRBlockFree_32f(nkpsFIRBlockState_32f* pState);
+
+/* Filters one block: pSrc and pDst hold blockLength floats (they may be the
+ * same array), pTaps numTaps floats. Checks: a null pointer (NullPointer);
+ * the record (WrongObject); its block length or tap count below 1, or its
+ * position outside 0 .. numTaps-1 (BadFilterLength). Returns
+ * nkpStatusMisaligned (a warning; the block is complete) when pSrc, pDst or
+ * pTaps is not 16-byte aligned, else nkpStatusOk. */
+NKPAC_API nkpStatus nkpsFIRBlockOne_32f(const nkp32f* pSrc, nkp32f* pDst, nkpsFIRBlockState_32f* pState,
+                                        const nkp32f* pTaps);
 /* NKPAC-END vq */
 
 #ifdef __cplusplus

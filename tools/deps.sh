@@ -5,7 +5,7 @@
 set -euo pipefail
 
 packages=(cmake g++ make pkg-config python3 libgtest-dev libgmock-dev libbenchmark-dev
-          libfftw3-dev libavutil-dev libmpg123-dev mpg123 valgrind)
+          libfftw3-dev libavutil-dev libavcodec-dev libfaad-dev libmpg123-dev mpg123 valgrind)
 if [ "${1:-}" = windows ]; then
   packages+=(g++-mingw-w64-x86-64-posix binutils-mingw-w64-x86-64 googletest wine wine64)
 fi

@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Makes the small MP3 samples under tests/data/ with ffmpeg (deterministic
 # test signals from its lavfi sources) and lame (Debian packages ffmpeg and
-# lame). Re-running it rebuilds the same files.
+# lame), and two AAC files that the demo decoder must refuse as not MPEG
+# audio. Re-running it rebuilds the same files.
 #   tools/make_mp3_samples.sh [OUTPUT_DIR]
 set -euo pipefail
 
@@ -56,3 +57,7 @@ encode mpeg25_8k_mono          mono8    --resample 8 -b 16 -m m
 encode mpeg1_44k_joint_short   click44  --resample 44.1 -b 160 -m j
 encode mpeg2_24k_mono_short    click24  --resample 24 -b 48 -m m
 encode mpeg25_8k_mono_short    click8   --resample 8 -b 16 -m m -p
+
+# Not MPEG audio: ffmpeg's AAC encoder, raw ADTS and in an MP4 container.
+ffmpeg -v error -y -f lavfi -i sine=f=440:d=2 -c:a aac "$out/sine_440_2s.aac"
+ffmpeg -v error -y -f lavfi -i sine=f=440:d=2 -c:a aac "$out/sine_440_2s.m4a"

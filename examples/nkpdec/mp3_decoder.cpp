@@ -82,39 +82,40 @@ bool same_stream(const RawHeader& a, const RawHeader& b) {
            (a.bitrate_index == 0) == (b.bitrate_index == 0);
 }
 
+// The longest frame of any layer and rate (Layer II, MPEG-2.5, 8 kHz,
+// 160 kbit/s, padded: 2881 bytes); free-format frames are held to it too.
+constexpr int kMaxFrameBytes = 2882;
+
+// How many headers after a first frame must follow at the right distances
+// before the walker takes it for the start of a stream: random data (a WAV
+// or AAC file given by mistake) holds pairs of look-alike headers now and
+// then. A frame at the very start of the data needs one.
+constexpr int kConfirmingFrames = 2;
+
 // Walks the frames of a stream: sync search, free-format lengths, and a
-// check that a first frame is followed by another of the same stream.
+// check that a first frame is followed by others of the same stream.
 class FrameWalker {
 public:
-    FrameWalker(const uint8_t* data, size_t size) : data_(data), size_(size) { pos_ = skip_id3(); }
+    FrameWalker(const uint8_t* data, size_t size) : data_(data), size_(size) { pos_ = first_ = skip_id3(); }
 
-    // The next frame; false at the end. *junk gets the bytes skipped before it.
+    // The next frame (at most kMaxFrameBytes long); false at the end. *junk
+    // gets the bytes skipped before it.
     bool next(size_t* start, int* length, RawHeader* h, size_t* junk) {
         *junk = 0;
         while (pos_ + 4 <= size_) {
-            RawHeader cur;
-            if (!parse(data_ + pos_, &cur)) {
-                ++pos_;
-                ++*junk;
-                continue;
-            }
-            int len = coded_length(cur);
-            if (len == 0) len = free_length(cur);
-            if (len < 4) {
-                ++pos_;
-                ++*junk;
-                continue;
+            RawHeader cur{};
+            int len = 0;
+            if (parse(data_ + pos_, &cur)) {
+                len = coded_length(cur);
+                if (len == 0) len = free_length(cur);
             }
             // A frame that does not belong to the locked stream must be
-            // confirmed by the header that follows it.
-            const bool follows = locked_ && same_stream(cur, lock_);
-            if (!follows && pos_ + len + 4 <= size_) {
-                RawHeader nxt;
-                if (!parse(data_ + pos_ + len, &nxt) || !same_stream(cur, nxt)) {
-                    ++pos_;
-                    ++*junk;
-                    continue;
-                }
+            // confirmed by the headers that follow it.
+            const bool follows = len >= 4 && locked_ && same_stream(cur, lock_);
+            if (len < 4 || (!follows && !confirmed(cur, len))) {
+                ++pos_;
+                ++*junk;
+                continue;
             }
             locked_ = true;
             lock_ = cur;
@@ -141,22 +142,42 @@ private:
         return 0;
     }
 
-    // Free format: the distance to the next header of the same stream.
+    // Free format: the distance to the next header of the same stream, or
+    // the previous frame's length for the last frame; 0 when neither exists.
     int free_length(const RawHeader& h) const {
-        const size_t limit = pos_ + 2882 < size_ ? pos_ + 2882 : size_;
+        const size_t limit = pos_ + kMaxFrameBytes < size_ ? pos_ + kMaxFrameBytes : size_;
         for (size_t q = pos_ + 21; q + 4 <= limit; ++q) {
             RawHeader n;
             if (parse(data_ + q, &n) && same_stream(h, n) && n.bitrate_index == 0 && n.mode == h.mode)
                 return static_cast<int>(q - pos_);
         }
-        // The last frame: the previous length, or what is left.
-        if (free_base_ > 0) return free_base_ + h.padding;
-        return static_cast<int>(size_ - pos_);
+        return free_base_ > 0 ? free_base_ + h.padding : 0;
+    }
+
+    // The frame at pos_ is followed by kConfirmingFrames headers of its
+    // stream (one at the start of the data), each where the one before
+    // ends; the data may end after a whole frame, or inside one that was
+    // itself confirmed. A frame alone at the start of the data that fills it
+    // exactly is a stream too.
+    bool confirmed(const RawHeader& first, int len) const {
+        size_t p = pos_ + static_cast<size_t>(len);
+        if (p == size_) return pos_ == first_;
+        const int needed = pos_ == first_ ? 1 : kConfirmingFrames;
+        for (int n = 0; n < needed; ++n) {
+            if (p + 4 > size_) return n > 0;
+            RawHeader next;
+            if (!parse(data_ + p, &next) || !same_stream(first, next)) return false;
+            const int next_len = next.bitrate_index == 0 ? len - first.padding + next.padding : coded_length(next);
+            p += static_cast<size_t>(next_len);
+            if (p >= size_) return true;
+        }
+        return true;
     }
 
     const uint8_t* data_;
     size_t size_;
     size_t pos_ = 0;
+    size_t first_ = 0;  // where the frames may start (after an ID3v2 tag)
     bool locked_ = false;
     RawHeader lock_{};
     int free_base_ = 0;
@@ -231,6 +252,121 @@ struct Decoder::Impl {
         if (tap) tap(ch, subband, tap_user);
         nkpsSynthesisFilter_MP3_32s16s(subband, dst, step, synth[ch]);
     }
+
+    // What the steps of one frame share.
+    struct Frame {
+        nkpMP3FrameHeader hdr{};
+        nkpMP3SideInfo si[4]{};
+        int scfsi[8] = {};
+        int nch = 1, granules = 1;
+        bool mpeg25 = false;
+        bool conceal = false;  // the whole frame is replaced by silence
+        int main_start = 0;    // where its main data begin in the reservoir
+        long end_bits = 0;     // bits of main data from there on
+        long bit = 0;          // the next granule's first bit
+        Report* report = nullptr;
+        int index = 0;
+
+        void warn(const char* what) const {
+            char msg[160];
+            std::snprintf(msg, sizeof(msg), "frame %d: %s", index, what);
+            report->warnings.emplace_back(msg);
+        }
+    };
+
+    // Header and side information of a frame's bytes (with the readers'
+    // slack behind them), its main data into the reservoir, then its granules.
+    void decode_frame(const uint8_t* bytes, size_t avail, Frame& f) {
+        nkp8u* p = const_cast<nkp8u*>(bytes);
+        int main_begin = 0, private_bits = 0;
+        nkpsUnpackFrameHeader_MP3(&p, &f.hdr);
+        f.nch = f.hdr.mode == 3 ? 1 : 2;
+        f.granules = f.hdr.id == 1 ? 2 : 1;
+        if (nkpsUnpackSideInfo_MP3(&p, f.si, &main_begin, &private_bits, f.scfsi, &f.hdr) != nkpStatusOk) {
+            f.warn("impossible side information; frame replaced by silence");
+            f.conceal = true;
+        }
+        const int side_bytes = f.hdr.id == 1 ? (f.nch == 1 ? 17 : 32) : (f.nch == 1 ? 9 : 17);
+        const int header_bytes = f.hdr.protectionBit == 0 ? 6 : 4;
+        const int main_bytes = static_cast<int>(avail) - header_bytes - side_bytes;
+        if (main_bytes < 0) {
+            if (!f.conceal) f.warn("frame shorter than its side information; replaced by silence");
+            f.conceal = true;
+        }
+        // The main data join the reservoir even when this frame cannot be
+        // decoded: later frames may reach back into them.
+        if (main_bytes >= 0) append(bytes + header_bytes + side_bytes, main_bytes);
+        if (!f.conceal && main_begin > reservoir_len - main_bytes) {
+            f.warn("main data begin before the first byte received (bit reservoir); frame replaced by silence");
+            f.conceal = true;
+        }
+        f.main_start = f.conceal ? 0 : reservoir_len - main_bytes - main_begin;
+        f.end_bits = f.conceal ? 0 : static_cast<long>(reservoir_len - f.main_start) * 8;
+        for (int gr = 0; gr < f.granules; ++gr) decode_granule(f, gr);
+        if (f.conceal) ++f.report->concealed;
+    }
+
+    // Each channel to its requantised spectrum, joint stereo, then each
+    // channel through the filter banks into the frame's PCM.
+    void decode_granule(Frame& f, int gr) {
+        int nz[2] = {0, 0};
+        bool good[2] = {false, false};
+        for (int ch = 0; ch < f.nch; ++ch) good[ch] = decode_channel(f, gr, ch, &nz[ch]);
+        if (f.nch == 2 && f.hdr.mode == 1 && good[0] && good[1]) {
+            const nkpMP3SideInfo* pair = &f.si[gr * 2];
+            if (f.mpeg25)
+                nkpsJointStereoSfb_MP3_32s_I(&xr[0][0], nz, sf[1], pair, &f.hdr, long25, short25);
+            else
+                nkpsJointStereo_MP3_32s_I(&xr[0][0], nz, sf[1], pair, &f.hdr);
+        }
+        for (int ch = 0; ch < f.nch; ++ch) {
+            const nkpMP3SideInfo& s = f.si[gr * f.nch + ch];
+            const bool ok = good[ch];
+            output(ch, ok ? nz[ch] : 0, ok ? s.blockType : 0, ok ? s.mixedBlock : 0, f.nch,
+                   pcm + gr * 576 * f.nch + ch);
+        }
+    }
+
+    // Scale factors, Huffman data and requantisation of one channel of a
+    // granule into xr[ch]; false (and silence) when it cannot be decoded.
+    bool decode_channel(Frame& f, int gr, int ch, int* nz) {
+        nkpMP3SideInfo& s = f.si[gr * f.nch + ch];
+        std::memset(xr[ch], 0, sizeof(xr[ch]));
+        if (f.conceal) return false;
+        const long start_bit = f.bit;
+        f.bit += s.part23Length;
+        auto conceal = [&](const char* why) {
+            f.warn(why);
+            ++f.report->concealed;
+            std::memset(xr[ch], 0, sizeof(xr[ch]));
+            *nz = 0;
+            return false;
+        };
+        if (f.bit > f.end_bits) return conceal("granule data run past the frame's main data; granule replaced by silence");
+        nkp8u* q = reservoir + f.main_start + start_bit / 8;
+        int off = static_cast<int>(start_bit % 8);
+        if (nkpsUnpackScaleFactors_MP3_1u8s(&q, &off, sf[ch], &s, f.scfsi + 4 * ch, &f.hdr, gr, ch) != nkpStatusOk)
+            return conceal("bad scale-factor selection; granule replaced by silence");
+        const long used = (q - (reservoir + f.main_start)) * 8L + off - start_bit;
+        const int huff = static_cast<int>(s.part23Length - used);
+        nkpStatus st;
+        if (huff < 0) {
+            st = nkpStatusDataError;
+        } else if (f.mpeg25) {
+            // Region 0 of window-switched granules depends on the MPEG-2.5
+            // bands too (8 kHz bands are twice as wide).
+            st = nkpsHuffmanDecodeSfbMbp_MP3_1u32s(&q, &off, xr[ch], nz, &s, &f.hdr, huff, long25, short25, mixed25);
+        } else {
+            st = nkpsHuffmanDecode_MP3_1u32s(&q, &off, xr[ch], nz, &s, &f.hdr, huff);
+        }
+        if (st == nkpStatusOk) {
+            st = f.mpeg25 ? nkpsReQuantizeSfb_MP3_32s_I(xr[ch], nz, sf[ch], &s, &f.hdr, long25, short25)
+                          : nkpsReQuantize_MP3_32s_I(xr[ch], nz, sf[ch], &s, &f.hdr);
+        }
+        if (st != nkpStatusOk)
+            return conceal("undecodable granule (bad Huffman data or side information); replaced by silence");
+        return true;
+    }
 };
 
 const nkp16s* mpeg25_long_bands() { return &kLong25[0][0]; }
@@ -253,6 +389,7 @@ StreamInfo Decoder::scan(const uint8_t* data, size_t size) {
     while (walker.next(&start, &len, &h, &junk)) {
         if (h.layer != 3) {
             ++info.other_layers;
+            info.other_layer_bytes += static_cast<size_t>(len);
             continue;
         }
         if (info.frames++ == 0) info.sample_rate = sample_rate(h);
@@ -272,123 +409,25 @@ Report Decoder::decode(const uint8_t* data, size_t size, PcmSink& sink,
     int len;
     RawHeader h;
     int index = 0;
-    char msg[160];
-    auto warn = [&](const char* what) {
-        std::snprintf(msg, sizeof(msg), "frame %d: %s", index, what);
-        report.warnings.emplace_back(msg);
-    };
-    // The frame's bytes with room for the readers' look-ahead.
-    std::vector<uint8_t> frame(2 * 2882 + kReadSlack);
-
+    // One frame's bytes with room for the readers' look-ahead.
+    std::vector<uint8_t> bytes(kMaxFrameBytes + kReadSlack);
     while (walker.next(&start, &len, &h, &junk)) {
         if (junk > 0) {
+            char msg[160];
             std::snprintf(msg, sizeof(msg), "skipped %zu bytes that are not frames of the stream", junk);
             report.warnings.emplace_back(msg);
         }
         if (h.layer != 3) continue;
+        Impl::Frame f;
+        f.report = &report;
+        f.index = index;
+        f.mpeg25 = h.version == 25;
         const size_t avail = size - start < static_cast<size_t>(len) ? size - start : static_cast<size_t>(len);
-        if (avail < static_cast<size_t>(len)) warn("truncated: the stream ends inside this frame");
-        std::memset(frame.data(), 0, frame.size());
-        std::memcpy(frame.data(), data + start, avail);
-
-        nkpMP3FrameHeader hdr{};
-        nkpMP3SideInfo si[4]{};
-        int scfsi[8] = {};
-        int main_begin = 0, private_bits = 0;
-        nkp8u* p = frame.data();
-        nkpsUnpackFrameHeader_MP3(&p, &hdr);
-        const int nch = hdr.mode == 3 ? 1 : 2;
-        const int granules = hdr.id == 1 ? 2 : 1;
-        const bool mpeg25 = h.version == 25;
-        const int step = nch;
-        bool conceal = false;
-        if (nkpsUnpackSideInfo_MP3(&p, si, &main_begin, &private_bits, scfsi, &hdr) != nkpStatusOk) {
-            warn("impossible side information; frame replaced by silence");
-            conceal = true;
-        }
-        const int side_bytes = hdr.id == 1 ? (nch == 1 ? 17 : 32) : (nch == 1 ? 9 : 17);
-        const int header_bytes = hdr.protectionBit == 0 ? 6 : 4;
-        const int main_bytes = static_cast<int>(avail) - header_bytes - side_bytes;
-        if (main_bytes < 0) {
-            if (!conceal) warn("frame shorter than its side information; replaced by silence");
-            conceal = true;
-        }
-        // The main data join the reservoir even when this frame cannot be
-        // decoded: later frames may reach back into them.
-        if (main_bytes >= 0) d.append(frame.data() + header_bytes + side_bytes, main_bytes);
-        if (!conceal && main_begin > d.reservoir_len - main_bytes) {
-            warn("main data begin before the first byte received (bit reservoir); frame replaced by silence");
-            conceal = true;
-        }
-        const int main_start = conceal ? 0 : d.reservoir_len - main_bytes - main_begin;
-        const long end_bits = conceal ? 0 : static_cast<long>(d.reservoir_len - main_start) * 8;
-        long bit = 0;
-
-        for (int gr = 0; gr < granules; ++gr) {
-            int nz[2] = {0, 0};
-            bool good[2] = {false, false};
-            for (int ch = 0; ch < nch; ++ch) {
-                nkpMP3SideInfo& s = si[gr * nch + ch];
-                std::memset(d.xr[ch], 0, sizeof(d.xr[ch]));
-                if (conceal) continue;
-                const long start_bit = bit;
-                bit += s.part23Length;
-                if (bit > end_bits) {
-                    warn("granule data run past the frame's main data; granule replaced by silence");
-                    ++report.concealed;
-                    continue;
-                }
-                nkp8u* q = d.reservoir + main_start + start_bit / 8;
-                int off = static_cast<int>(start_bit % 8);
-                if (nkpsUnpackScaleFactors_MP3_1u8s(&q, &off, d.sf[ch], &s, scfsi + 4 * ch, &hdr, gr, ch) !=
-                    nkpStatusOk) {
-                    warn("bad scale-factor selection; granule replaced by silence");
-                    ++report.concealed;
-                    continue;
-                }
-                const long used = (q - (d.reservoir + main_start)) * 8L + off - start_bit;
-                const int huff = static_cast<int>(s.part23Length - used);
-                nkpStatus st;
-                if (huff < 0) {
-                    st = nkpStatusDataError;
-                } else if (mpeg25) {
-                    // Region 0 of window-switched granules depends on the
-                    // MPEG-2.5 bands too (8 kHz bands are twice as wide).
-                    st = nkpsHuffmanDecodeSfbMbp_MP3_1u32s(&q, &off, d.xr[ch], &nz[ch], &s, &hdr, huff, d.long25,
-                                                           d.short25, d.mixed25);
-                } else {
-                    st = nkpsHuffmanDecode_MP3_1u32s(&q, &off, d.xr[ch], &nz[ch], &s, &hdr, huff);
-                }
-                if (st == nkpStatusOk) {
-                    st = mpeg25 ? nkpsReQuantizeSfb_MP3_32s_I(d.xr[ch], &nz[ch], d.sf[ch], &s, &hdr, d.long25,
-                                                             d.short25)
-                                : nkpsReQuantize_MP3_32s_I(d.xr[ch], &nz[ch], d.sf[ch], &s, &hdr);
-                }
-                if (st != nkpStatusOk) {
-                    warn("undecodable granule (bad Huffman data or side information); replaced by silence");
-                    ++report.concealed;
-                    std::memset(d.xr[ch], 0, sizeof(d.xr[ch]));
-                    nz[ch] = 0;
-                    continue;
-                }
-                good[ch] = true;
-            }
-            if (nch == 2 && hdr.mode == 1 && good[0] && good[1]) {
-                const nkpMP3SideInfo* pair = &si[gr * 2];
-                if (mpeg25)
-                    nkpsJointStereoSfb_MP3_32s_I(&d.xr[0][0], nz, d.sf[1], pair, &hdr, d.long25, d.short25);
-                else
-                    nkpsJointStereo_MP3_32s_I(&d.xr[0][0], nz, d.sf[1], pair, &hdr);
-            }
-            for (int ch = 0; ch < nch; ++ch) {
-                const nkpMP3SideInfo& s = si[gr * nch + ch];
-                const bool ok = good[ch];
-                d.output(ch, ok ? nz[ch] : 0, ok ? s.blockType : 0, ok ? s.mixedBlock : 0, step,
-                         d.pcm + gr * 576 * nch + ch);
-            }
-        }
-        if (conceal) ++report.concealed;
-        sink.frame(d.pcm, 576 * granules, nch, sample_rate(h));
+        if (avail < static_cast<size_t>(len)) f.warn("truncated: the stream ends inside this frame");
+        std::memset(bytes.data(), 0, bytes.size());
+        std::memcpy(bytes.data(), data + start, avail);
+        d.decode_frame(bytes.data(), avail, f);
+        sink.frame(d.pcm, 576 * f.granules, f.nch, sample_rate(h));
         ++report.frames;
         ++index;
         if (progress && (index & 63) == 0) progress(start + avail, size, user);

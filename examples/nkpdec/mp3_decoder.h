@@ -28,6 +28,7 @@ struct FrameInfo {
 struct StreamInfo {
     int frames = 0;        // Layer III frames found
     int other_layers = 0;  // frames of layers I and II
+    size_t other_layer_bytes = 0;  // the bytes they cover
     int sample_rate = 0;   // of the first frame
     int channels = 0;      // 2 when any frame is two-channel
     bool truncated = false;  // the last frame runs past the end of the data

@@ -2,6 +2,10 @@
 // 16-bit PCM WAV file with nkpac's decoder steps. A stream that mixes mono
 // and stereo frames is written as stereo (mono frames on both channels);
 // every frame is written, nothing is trimmed.
+//
+// Exit status: 0 decoded; 1 usage, unreadable input or unwritable output;
+// 2 not MPEG audio layer III (nothing written); 3 truncated or damaged (what
+// could be decoded is written, damaged parts as silence).
 #include "mp3_decoder.h"
 
 #include <cerrno>
@@ -117,12 +121,16 @@ int main(int argc, char** argv) {
     }
     const nkpdec::StreamInfo info = nkpdec::Decoder::scan(data.data(), data.size());
     if (info.frames == 0) {
-        if (info.other_layers > 0)
+        // Layer I or II only when their frames make up most of the file:
+        // other data holds runs of look-alike headers now and then.
+        if (info.other_layers > 0 && 2 * info.other_layer_bytes >= data.size())
             std::fprintf(stderr,
-                         "nkpdec: %s holds no MPEG audio layer III (MP3) frames; %d frames look like layer I or II\n",
+                         "nkpdec: %s is MPEG audio layer I or II (%d frames), not layer III (MP3); "
+                         "nkpdec decodes layer III only\n",
                          argv[1], info.other_layers);
         else
-            std::fprintf(stderr, "nkpdec: %s holds no MPEG audio layer III frames\n", argv[1]);
+            std::fprintf(stderr, "nkpdec: %s is not MPEG audio: no MP3 (MPEG audio layer III) frames found\n",
+                         argv[1]);
         return kNoStream;
     }
     std::FILE* out = std::fopen(argv[2], "wb");

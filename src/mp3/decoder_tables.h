@@ -1,7 +1,10 @@
 // Computed constants of the MP3 decoder steps (generated into
-// decoder_tables.cpp by tools/gen_mp3_decoder_tables.py) and the synthesis
-// window (synthesis_window.cpp, made by tools/fit_synthesis_window.cpp).
+// generated/decoder_tables.cpp by tools/gen_mp3_decoder_tables.py) and the
+// standard's synthesis window (generated/synthesis_window.cpp, by
+// tools/gen_mp3_tables.py from tools/tables/mp3_synthesis_window.txt).
 #pragma once
+
+#include "common/pow43.h"
 
 #include <cstdint>
 
@@ -11,10 +14,7 @@ namespace nkp::mp3 {
 // between the inverse MDCT and the synthesis: 1.0 is 2^25.
 constexpr int kSpectrumFracBits = 25;
 
-// |q|^(4/3) for q = 0..8206, the largest magnitude a Huffman table with
-// linbits can produce.
-constexpr int kPow43Count = 8207;
-extern const double kPow43[kPow43Count];
+// |q|^(4/3) for q = 0..8206 is the shared kPow43 (common/pow43.h).
 // 2^(r/4), r = 0..3.
 extern const double kQuarterPow2[4];
 
@@ -46,9 +46,10 @@ extern const double kImdctShort[12 * 6];
 // factors for N = 32, 16, 8, 4, 2 follow one another (N/2 each).
 extern const float kDctFactors[31];
 
-// The synthesis window in the order the filter walks it: entry 64 * i + j
-// weighs V slot 2i (j < 32) or slot 2i + 1 (j >= 32), already scaled from
-// subband samples at 2^kSpectrumFracBits to 16-bit PCM units.
+// The standard's synthesis window D[0..511] in the order the filter walks
+// it: entry 64 * i + j weighs V slot 2i (j < 32) or slot 2i + 1 (j >= 32),
+// already scaled from subband samples at 2^kSpectrumFracBits to 16-bit PCM
+// units (D * 2^15 / 2^25, exact in float).
 extern const float kSynthesisWindow[512];
 
 }  // namespace nkp::mp3

@@ -2,54 +2,18 @@
 // regions with their own tables, linbits escapes) and the count1 quadruples,
 // into 576 signed quantised lines.
 //
-// The codes are walked through multi-level lookup tables (tables.h) from a
-// 64-bit bit cache that holds the aligned 32-bit word of the next bit and
-// the word after it. A word is fetched only when the next bit to be
-// consumed lies in the second word, so the decoder never reads past the
-// aligned word after the one holding its last bit.
+// The codes are walked through multi-level lookup tables (tables.h) from the
+// shared bit cache (common/bit_reader.h), which never reads past the aligned
+// word after the one holding the last bit consumed.
 #include <emmintrin.h>
 
 #include "common/bit_reader.h"
+#include "common/numeric.h"
 #include "frame/exports.h"
 #include "mp3/tables.h"
 
 namespace nkp {
 namespace {
-
-class BitCache {
-public:
-    BitCache(const uint8_t* byte, int bit_offset)
-        : word_(byte - (reinterpret_cast<uintptr_t>(byte) & 3)),
-          pos_(static_cast<uint32_t>(reinterpret_cast<uintptr_t>(byte) & 3) * 8 + static_cast<uint32_t>(bit_offset)),
-          start_(word_) {
-        window_ = (static_cast<uint64_t>(load_be32(word_)) << 32) | load_be32(word_ + 4);
-    }
-
-    // Makes at least 33 bits available; call only before consuming a bit.
-    void refill() {
-        if (pos_ >= 32) {
-            word_ += 4;
-            window_ = (window_ << 32) | load_be32(word_ + 4);
-            pos_ -= 32;
-        }
-    }
-    // The next n bits (1..32), with pos + n <= 64.
-    uint32_t peek(uint32_t n) const { return static_cast<uint32_t>((window_ << pos_) >> (64 - n)); }
-    void skip(uint32_t n) { pos_ += n; }
-    uint32_t read(uint32_t n) {
-        const uint32_t v = peek(n);
-        pos_ += n;
-        return v;
-    }
-    // Bits from the aligned word that held the starting position.
-    int64_t position() const { return static_cast<int64_t>(word_ - start_) * 8 + pos_; }
-
-private:
-    const uint8_t* word_;  // aligned word holding bit pos_ (while pos_ < 32)
-    uint64_t window_;
-    uint32_t pos_;
-    const uint8_t* start_;
-};
 
 inline int32_t with_sign(uint32_t magnitude, uint32_t negative) {
     const int32_t m = static_cast<int32_t>(magnitude);
@@ -211,7 +175,6 @@ nkpStatus decode(nkp8u** ppBitStream, int* pOffset, nkp32s* out, int* pNonZeroBo
 
 // Region ends capped to the big-values region, in order.
 Regions make_regions(int e0, int e1, int big_end, int count) {
-    auto clamp = [](int v, int lo, int hi) { return v < lo ? lo : v > hi ? hi : v; };
     Regions r;
     r.end[0] = clamp(e0, 0, big_end);
     r.end[1] = clamp(e1, r.end[0], big_end);

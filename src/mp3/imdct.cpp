@@ -1,9 +1,9 @@
 // The hybrid filter bank of the MP3 decoder: alias reduction, the 36- and
 // 12-point inverse MDCTs with their windows, overlap-add and frequency
 // inversion, all on 32-bit integers with double-precision transforms.
+#include "common/fp_mode.h"
 #include "frame/exports.h"
 #include "mp3/decoder_tables.h"
-#include "mp3/fp_mode.h"
 
 #include <emmintrin.h>
 
@@ -130,7 +130,7 @@ nkpStatus nkpsMDCTInv_MP3_32s(nkp32s* pSrcXr, nkp32s* pDstY, nkp32s* pSrcDstOver
     if (static_cast<unsigned>(nonZeroBound) > 576 || static_cast<unsigned>(blockType) > 3 ||
         static_cast<unsigned>(mixedBlock) > 1 || static_cast<unsigned>(prev) > 32)
         return nkpStatusOutOfRange;
-    mp3::NearestRounding rounding;
+    const FpModeScope rounding(FpMode::Standard);
 
     const uint32_t nz = static_cast<uint32_t>(nonZeroBound);
     int n;
@@ -189,7 +189,7 @@ nkpStatus nkpsMDCTInv_MP3_32s(nkp32s* pSrcXr, nkp32s* pDstY, nkp32s* pSrcDstOver
 }
 
 nkpStatus nkpsMDCTInvWindow_MP3_32s(const nkp32s* pSrc, nkp32s* pDst, int blockType) {
-    mp3::NearestRounding rounding;
+    const FpModeScope rounding(FpMode::Standard);
     if (blockType == 2)
         short_transform(pSrc, pDst);
     else

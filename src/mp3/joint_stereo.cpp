@@ -1,9 +1,10 @@
 // Joint-stereo reconstruction of one granule: M/S and intensity stereo,
 // MPEG-1 and LSF, on the requantised spectra of both channels.
+#include "common/fp_mode.h"
+#include "common/numeric.h"
 #include "frame/exports.h"
-#include "frame/trig.h"
+#include "common/trig.h"
 #include "mp3/decoder_tables.h"
-#include "mp3/fp_mode.h"
 #include "mp3/requantize.h"
 #include "mp3/tables.h"
 
@@ -21,7 +22,6 @@ inline int32_t round_sat(double v) {
     return _mm_cvtsd_si32(_mm_set_sd(v));
 }
 
-inline int clamp_line(int v, int lo, int hi) { return v < lo ? lo : v > hi ? hi : v; }
 inline int short_index(int f, int w) { return 18 * (f / 6) + 6 * w + f % 6; }
 
 constexpr double kInvSqrt2 = 0.70710678118654752440;
@@ -97,7 +97,7 @@ nkpStatus check_stereo(const int* nz, const nkpMP3SideInfo* si, const nkpMP3Fram
 nkpStatus joint_stereo(int32_t* xr, int* nz, const int8_t* sf_right, const nkpMP3SideInfo* si,
                        const nkpMP3FrameHeader* fh, const int16_t* long_row, const int16_t* short_row) {
     if (fh->mode != 1 || fh->modeExtension == 0) return nkpStatusOk;
-    NearestRounding rounding;
+    const FpModeScope rounding(FpMode::Standard);
     const int bound = nz[0] > nz[1] ? nz[0] : nz[1];
     Stereo st{xr, xr + 576, (fh->modeExtension & 2) != 0, fh->id != 1, si[1].scalefacCompress & 1};
     auto linear = [](int f) { return f; };
@@ -116,8 +116,8 @@ nkpStatus joint_stereo(int32_t* xr, int* nz, const int8_t* sf_right, const nkpMP
         int last = 576;
         while (last > 0 && right[last - 1] == 0) --last;
         for (int b = 0; b < 22; ++b) {
-            const int first = clamp_line(long_row[b], 0, 576);
-            const int end = clamp_line(long_row[b + 1], first, 576);
+            const int first = clamp(long_row[b], 0, 576);
+            const int end = clamp(long_row[b + 1], first, 576);
             const bool is = first >= last;
             st.band(first, end, linear, is, sf_at(b < 21 ? b : 20));
         }
@@ -133,7 +133,7 @@ nkpStatus joint_stereo(int32_t* xr, int* nz, const int8_t* sf_right, const nkpMP
             // Highest short band of this window with a coded right line.
             int top = first_short - 1;
             for (int b = 12; b >= first_short && top < first_short; --b) {
-                const int s = clamp_line(short_row[b], 0, 192), e = clamp_line(short_row[b + 1], s, 192);
+                const int s = clamp(short_row[b], 0, 192), e = clamp(short_row[b + 1], s, 192);
                 for (int f = s; f < e; ++f)
                     if (right[short_index(f, w)] != 0) {
                         top = b;
@@ -142,7 +142,7 @@ nkpStatus joint_stereo(int32_t* xr, int* nz, const int8_t* sf_right, const nkpMP
             }
             if (top >= first_short) short_coded = true;
             for (int b = first_short; b < 13; ++b) {
-                const int s = clamp_line(short_row[b], 0, 192), e = clamp_line(short_row[b + 1], s, 192);
+                const int s = clamp(short_row[b], 0, 192), e = clamp(short_row[b + 1], s, 192);
                 const int pos_band = b < 12 ? b : 11;
                 st.band(s, e, [w](int f) { return short_index(f, w); }, b > top,
                         sf_at(sf_base + 3 * (pos_band - first_short) + w));
@@ -153,8 +153,8 @@ nkpStatus joint_stereo(int32_t* xr, int* nz, const int8_t* sf_right, const nkpMP
             int last = 36;
             while (last > 0 && right[last - 1] == 0) --last;
             for (int b = 0; b < sf_base; ++b) {
-                const int first = clamp_line(long_row[b], 0, 36);
-                const int end = clamp_line(long_row[b + 1], first, 36);
+                const int first = clamp(long_row[b], 0, 36);
+                const int end = clamp(long_row[b + 1], first, 36);
                 st.band(first, end, linear, !short_coded && first >= last, sf_at(b));
             }
         }

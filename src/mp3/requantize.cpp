@@ -1,9 +1,10 @@
 // Requantisation of one granule of one channel: the Huffman decoder's
 // integers become the fixed-point spectrum the inverse MDCT reads (1.0 is
 // 2^25), with short-block lines regrouped window-major within each subband.
+#include "common/fp_mode.h"
+#include "common/numeric.h"
 #include "frame/exports.h"
 #include "mp3/decoder_tables.h"
-#include "mp3/fp_mode.h"
 #include "mp3/requantize.h"
 #include "mp3/tables.h"
 
@@ -74,10 +75,6 @@ inline bool requantize_run(int32_t* x, int count, double scale) {
 // positions by negating the width's maximum.
 inline int sf_value(int8_t v) { return v < 0 ? -v : v; }
 
-// Caller band tables are not trusted: every boundary is held inside the
-// granule (and above the previous one).
-inline int clamp_line(int v, int lo, int hi) { return v < lo ? lo : v > hi ? hi : v; }
-
 // Index of short-block line f of window w in the inverse MDCT's order:
 // subband f / 6, window-major inside it.
 inline int short_index(int f, int w) { return 18 * (f / 6) + 6 * w + f % 6; }
@@ -96,12 +93,12 @@ nkpStatus requantize(int32_t* xr, int* pNonZeroBound, const int8_t* sf, const nk
     const int nz = *pNonZeroBound;
     const int gain = si->globalGain - 210;
     const int sf_shift = si->scalefacScale ? 2 : 1;  // 2 or 4 quarter steps per scale-factor unit
-    NearestRounding rounding;
+    const FpModeScope rounding(FpMode::Standard);
 
     if (si->blockType != 2) {
         for (int b = 0; b < 22; ++b) {
-            const int start = clamp_line(long_row[b], 0, nz);
-            const int end = clamp_line(long_row[b + 1], start, nz);
+            const int start = clamp(long_row[b], 0, nz);
+            const int end = clamp(long_row[b + 1], start, nz);
             if (start >= nz) break;
             const int pre = si->preflag ? kPretab[b] : 0;
             const double scale = band_scale(gain - ((sf_value(sf[b]) + pre) << sf_shift));
@@ -120,8 +117,8 @@ nkpStatus requantize(int32_t* xr, int* pNonZeroBound, const int8_t* sf, const nk
     if (si->mixedBlock) {
         const MixedLayout m = mixed_layout(long_row, short_row);
         for (int b = 0; b < m.long_bands; ++b) {
-            const int start = clamp_line(long_row[b], 0, nz);
-            const int end = clamp_line(long_row[b + 1], start, nz);
+            const int start = clamp(long_row[b], 0, nz);
+            const int end = clamp(long_row[b + 1], start, nz);
             const int pre = si->preflag ? kPretab[b] : 0;
             const double scale = band_scale(gain - ((sf_value(sf[b]) + pre) << sf_shift));
             for (int i = start; i < end; ++i) {
@@ -132,8 +129,8 @@ nkpStatus requantize(int32_t* xr, int* pNonZeroBound, const int8_t* sf, const nk
         sf_base = m.long_bands;
     }
     for (int b = first_short; b < 13; ++b) {
-        const int start = clamp_line(short_row[b], 0, 192);
-        const int width = clamp_line(short_row[b + 1], start, 192) - start;
+        const int start = clamp(short_row[b], 0, 192);
+        const int width = clamp(short_row[b + 1], start, 192) - start;
         if (3 * start >= nz) break;
         for (int w = 0; w < 3; ++w) {
             const int at = sf_base + 3 * (b - first_short) + w;

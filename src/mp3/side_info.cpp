@@ -7,9 +7,10 @@
 namespace nkp {
 namespace {
 
-// Side-information fields are at most 12 bits, so one unaligned 32-bit
-// fetch at the current byte always holds the next field: at most 3 bytes
-// past the last bit are read.
+// Not the shared aligned-word reader: side information promises to read at
+// most 3 bytes past its end, less than that reader's slack. Its fields are at
+// most 12 bits, so one unaligned 32-bit fetch at the current byte always
+// holds the next field.
 class FieldReader {
 public:
     explicit FieldReader(const nkp8u* p) : p_(p) {}

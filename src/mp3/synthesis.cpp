@@ -1,10 +1,10 @@
 // Polyphase synthesis of the MP3 decoder: 18 time slots of 32 subband
 // samples (fixed point, 1.0 = 2^25) to 576 PCM samples, in single-precision
 // SSE arithmetic. The state keeps the recent 64-value V vectors.
+#include "common/fp_mode.h"
 #include "frame/exports.h"
 #include "frame/object.h"
 #include "mp3/decoder_tables.h"
-#include "mp3/fp_mode.h"
 
 #include <emmintrin.h>
 #include <tmmintrin.h>
@@ -174,7 +174,7 @@ nkpStatus nkpsSynthesisFilter_MP3_32s16s(const nkp32s* pSrc, nkp16s* pDst, int c
     if (channelStep != 1 && channelStep != 2) return nkpStatusOutOfRange;
     SynthesisState* st = tagged_object<SynthesisState, kAlign>(pState, kSynthesisTag);
     if (!st) return nkpStatusWrongObject;
-    mp3::NearestRounding rounding;
+    const FpModeScope rounding(FpMode::Standard);
     // V vectors are formed four slots at a time (the last group holds two
     // slots and two of zeros), then each slot enters the ring and is windowed.
     alignas(16) int32_t tail[4 * 32] = {};

@@ -1,5 +1,5 @@
-// Constant tables of the MP3 family (generated into tables.cpp and
-// huffman_tables.cpp by tools/gen_mp3_tables.py).
+// Constant tables of the MP3 family (generated into generated/tables.cpp and
+// generated/huffman_tables.cpp by tools/gen_mp3_tables.py).
 #pragma once
 
 #include <cstdint>

@@ -4,9 +4,9 @@
 // times sqrt(2)/sqrt(N); the unnormalised transform then runs on the copy:
 // written-out kernels for N = 1, 2, 4, 8; a 2N-point FFT for larger powers
 // of two; a precomputed matrix below 36; a cosine table otherwise.
-#include "frame/memory.h"
 #include "frame/object.h"
-#include "frame/trig.h"
+#include "common/numeric.h"
+#include "common/trig.h"
 #include "transform/engine.h"
 
 #include <cmath>
@@ -21,17 +21,15 @@ constexpr int kHeaderPadded = 128;
 
 enum Method : int32_t { kKernel = 1, kPow2 = 2, kDirect = 3, kGeneral = 4 };
 
-bool is_pow2(int n) { return n > 0 && (n & (n - 1)) == 0; }
 int log2i(int n) {
     int r = 0;
     while ((1 << r) < n) ++r;
     return r;
 }
-int64_t align64(int64_t x) { return (x + 63) & ~int64_t{63}; }
 
 Method method_of(int n) {
     if (n == 1 || n == 2 || n == 4 || n == 8) return kKernel;
-    if (is_pow2(n)) return kPow2;
+    if (dct_is_pow2(n)) return kPow2;
     if (n < 36) return kDirect;
     return kGeneral;
 }
@@ -43,35 +41,6 @@ bool length_in_range(int n) {
     if (m == kPow2) return n <= (1 << 26);
     if (m == kGeneral) return n <= (1 << 26) - 1;
     return true;
-}
-
-struct Sizes {
-    int64_t spec, init, work;
-};
-
-Sizes sizes_of(int n) {
-    Sizes s{63 + kHeaderPadded, 0, 0};
-    switch (method_of(n)) {
-        case kKernel:
-            break;
-        case kPow2: {
-            int fs = 0, fi = 0, fb = 0;
-            fftSizesComplex32f(log2i(2 * n), kNoDivByAny, 0, &fs, &fi, &fb);
-            s.spec += align64(8 * int64_t{n}) + fs;
-            s.init = fi;
-            s.work = 64 + 16 * int64_t{n} + fb;
-            break;
-        }
-        case kDirect:
-            s.spec += align64(4 * int64_t{n} * n);
-            s.work = 64 + 4 * int64_t{n};
-            break;
-        case kGeneral:
-            s.spec += align64(16 * int64_t{n});
-            s.work = 64 + 4 * int64_t{n};
-            break;
-    }
-    return s;
 }
 
 // Unnormalised DCT-III of c (length 1, 2, 4 or 8) with cosines from the
@@ -104,7 +73,7 @@ nkpStatus dctInvSizes32f(int len, int hint, int* specSize, int* initSize, int* b
     if (len < 1) return nkpStatusBadSize;
     if (!specSize || !initSize || !bufSize) return nkpStatusNullPointer;
     if (!length_in_range(len)) return nkpStatusBadSize;
-    const Sizes s = sizes_of(len);
+    const Sizes s = dct_sizes(len);
     *specSize = static_cast<int>(s.spec);
     *initSize = static_cast<int>(s.init);
     *bufSize = static_cast<int>(s.work);
@@ -120,7 +89,7 @@ nkpStatus dctInvInit32f(DctInvSpec32f** ppSpec, int len, int hint, uint8_t* memS
     uint8_t* base = align_up<64>(memSpec);
     std::memset(base, 0, kHeaderBytes);
     auto* spec = reinterpret_cast<DctInvSpec32f*>(base);
-    const Sizes sizes = sizes_of(len);
+    const Sizes sizes = dct_sizes(len);
     spec->len = len;
     spec->hint = hint;
     spec->workSize = static_cast<int32_t>(sizes.work);
@@ -134,7 +103,7 @@ nkpStatus dctInvInit32f(DctInvSpec32f** ppSpec, int len, int hint, uint8_t* memS
             spec->table = nullptr;
             break;
         case kPow2: {
-            // e^(-i pi k / 2N), k < N, then the 2N-point FFT specification.
+            // e^(-i pi k / 2N), k < N, then the 2N-point FFT plan.
             for (int k = 0; k < len; ++k) {
                 double s, c;
                 sincos_2pi_ratio(k, 4 * int64_t{len}, &s, &c);
@@ -163,27 +132,32 @@ nkpStatus dctInvInit32f(DctInvSpec32f** ppSpec, int len, int hint, uint8_t* memS
 }
 
 nkpStatus dctInvCreate32f(DctInvSpec32f** ppSpec, int len, int hint) {
-    return create_spec(
-        ppSpec, [&](int* s, int* i, int* b) { return dctInvSizes32f(len, hint, s, i, b); },
-        [&](DctInvSpec32f** out, uint8_t* mem, uint8_t* scratch) {
-            return dctInvInit32f(out, len, hint, mem, scratch);
+    return init_alloc_with_work<DctInvSpec32f, kPlanLife>(
+        ppSpec,
+        [&](int32_t* spec, int32_t* scratch) {
+            int work = 0;
+            return dctInvSizes32f(len, hint, spec, scratch, &work);
+        },
+        [&](void* mem, void* scratch) {
+            DctInvSpec32f* spec = nullptr;
+            return dctInvInit32f(&spec, len, hint, static_cast<uint8_t*>(mem), static_cast<uint8_t*>(scratch));
         });
 }
 
 nkpStatus dctInvWorkSize32f(const DctInvSpec32f* spec, int* size) {
     if (!spec || !size) return nkpStatusNullPointer;
-    if (spec->tag != kTagDctInv32f) return nkpStatusWrongObject;
+    if (!tagged_object<DctInvSpec32f, 64>(spec, kTagDctInv32f)) return nkpStatusWrongObject;
     *size = spec->workSize;
     return nkpStatusOk;
 }
 
 nkpStatus dctInvDestroy32f(DctInvSpec32f* spec) {
-    return destroy_spec(spec, spec && spec->tag == kTagDctInv32f);
+    return free_object<DctInvSpec32f, kPlanLife>(spec, kTagDctInv32f);
 }
 
 nkpStatus dctInv32f(const float* src, float* dst, const DctInvSpec32f* spec, uint8_t* buffer) {
     if (!src || !dst || !spec) return nkpStatusNullPointer;
-    if (spec->tag != kTagDctInv32f) return nkpStatusWrongObject;
+    if (!tagged_object<DctInvSpec32f, 64>(spec, kTagDctInv32f)) return nkpStatusWrongObject;
     const int n = spec->len;
     if (spec->method == kKernel) {
         float c[8], y[8];
@@ -193,13 +167,9 @@ nkpStatus dctInv32f(const float* src, float* dst, const DctInvSpec32f* spec, uin
         std::memcpy(dst, y, sizeof(float) * static_cast<size_t>(n));
         return nkpStatusOk;
     }
-    uint8_t* own = nullptr;
-    if (!buffer) {
-        own = static_cast<uint8_t*>(malloc_bytes(spec->workSize));
-        if (!own) return nkpStatusNoMemory;
-        buffer = own;
-    }
-    auto* work = reinterpret_cast<float*>(align_up<64>(buffer));
+    const CallWork call_work(buffer, spec->workSize);
+    if (call_work.failed()) return nkpStatusNoMemory;
+    auto* work = reinterpret_cast<float*>(call_work.aligned<64>());
     const float* t = spec->table;
     if (spec->method == kPow2) {
         // y[n] = Re FFT_2N(c[k] e^(-i pi k/2N), zero-padded)[n].
@@ -236,7 +206,6 @@ nkpStatus dctInv32f(const float* src, float* dst, const DctInvSpec32f* spec, uin
             }
         }
     }
-    release(own);
     return nkpStatusOk;
 }
 

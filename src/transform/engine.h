@@ -3,16 +3,18 @@
 // MDCT family and the codec filter banks build on it, and the tests reach it
 // through the static library.
 //
-// Every kind follows the object life cycle: Sizes (specification object,
-// init-buffer and work-buffer bytes), Init into caller memory (the object
-// starts at the first 64-byte-aligned address), Create (allocates,
-// isAllocated = 1), WorkSize,
-// Destroy (clears the tag, releases what Create allocated) and the transform
-// itself. A transform given a null work buffer allocates one for the call.
+// Every kind follows the object life cycle (frame/object.h) with the plans'
+// policy, kPlanLife: Sizes (plan, init-buffer and work-buffer bytes), Init
+// into caller memory (the plan starts at the first 64-byte-aligned
+// address), Create (allocates; a failure releases everything and leaves the
+// output untouched), WorkSize, Destroy (clears the tag, releases what Create
+// allocated) and the transform itself. A transform given a null work buffer
+// allocates one for the call.
 #pragma once
 
-#include "frame/memory.h"
+#include "frame/object.h"
 #include "nkpac.h"
+#include "transform/sizes.h"
 
 #include <cstdint>
 #include <emmintrin.h>
@@ -30,14 +32,18 @@ constexpr int kDivFwdByN = 1;
 constexpr int kDivInvByN = 2;
 constexpr int kDivBySqrtN = 4;
 constexpr int kNoDivByAny = 8;
+inline bool valid_flag(int flag) {
+    return flag == kDivFwdByN || flag == kDivInvByN || flag == kDivBySqrtN || flag == kNoDivByAny;
+}
+
+// The life cycle of every plan, the engine's and the exported MDCTs': 64-byte
+// aligned, handed back aligned, nothing left behind by a failed Create or
+// InitAlloc, the tag cleared by Free.
+constexpr LifeCycle kPlanLife{64, OnInitFailure::ReleaseBuffers, OnFree::ClearTag, Handle::Object};
 
 constexpr int kMaxOrder = 28;
-// Orders handled by written-out kernels, by the table-driven passes on the
-// block-split layout, and by the cache-blocked large variant.
-constexpr int kMaxKernelOrder = 5;
-constexpr int kMaxMediumOrder = 15;
 
-// The complex float FFT specification; the first 136 bytes are zeroed at Init.
+// The complex float FFT plan; the first 136 bytes are zeroed at Init.
 struct FftSpecComplex32f {
     uint32_t tag;         // 4 (interleaved) or 5 (split)
     int32_t order;        // log2 of the length
@@ -46,7 +52,8 @@ struct FftSpecComplex32f {
     float normFactor;     // 1/2^order or 1/sqrt(2^order)
     int32_t hint;
     int32_t bufSize;      // work bytes without the alignment slack; 0 below order 6
-    int32_t isAllocated;  // made by Create
+    int32_t allocated;    // made by Create
+    Route route;          // how the transform runs, chosen from the order at Init
     const uint8_t* pBitRev;  // reordering data behind the header (unused: the reorder is computed)
     const float* pTwiddle;   // per-pass twiddles in the block-split layout
     void* block;             // what Create allocated
@@ -58,22 +65,22 @@ struct FftSpecComplex32f {
     int32_t order1;
     int32_t order2;
 };
-static_assert(sizeof(FftSpecComplex32f) <= 136, "header fits the zeroed area");
+static_assert(sizeof(FftSpecComplex32f) <= kFftHeaderBytes, "header fits the zeroed area");
 
-// The 16-bit complex FFT specification.
+// The 16-bit complex FFT plan.
 struct FftSpecComplex16s {
     uint32_t tag;  // 1
     int32_t order;
     int32_t flag;
     int32_t hint;
     int32_t bufSize;  // work bytes as Sizes reports them
-    int32_t isAllocated;
+    int32_t allocated;
     FftSpecComplex32f* fspec;  // the float transform doing the work (null for order 0)
-    void* block;
+    void* block;               // what Create allocated
 };
 static_assert(sizeof(FftSpecComplex16s) <= 64, "header fits 64 bytes");
 
-// The orthonormal inverse DCT (DCT-III) specification, 96-byte header.
+// The orthonormal inverse DCT (DCT-III) plan, 96-byte header.
 struct DctInvSpec32f {
     uint32_t tag;  // 22
     int32_t len;
@@ -82,10 +89,10 @@ struct DctInvSpec32f {
     float invSqrtN;      // 1/sqrt(N), single precision
     float sqrt2InvSqrtN; // sqrt(2)/sqrt(N), double precision rounded once
     int32_t method;
-    int32_t isAllocated;
+    int32_t allocated;
     const float* table;
     FftSpecComplex32f* fspec;
-    void* block;
+    void* block;  // what Create allocated
 };
 static_assert(sizeof(DctInvSpec32f) <= 96, "header fits the zeroed area");
 
@@ -132,8 +139,13 @@ nkpStatus dctInv32f(const float* src, float* dst, const DctInvSpec32f* spec, uin
 
 // ---- internals shared by the engine and the MDCT --------------------------
 
-// e^(-2 pi i j/1024) as (re, im) pairs.
-extern const float kTwiddle1024[2048];
+// e^(-2 pi i j/1024) as (re, im) pairs, built while compiling by the table
+// trigonometry (transform/fft_float.cpp).
+struct Twiddle1024 {
+    float v[2048];
+    float operator[](int i) const { return v[i]; }
+};
+extern const Twiddle1024 kTwiddle1024;
 
 // 1/sqrt(x) in single precision: the reciprocal-square-root estimate refined
 // by one Newton step.
@@ -150,7 +162,6 @@ inline float rsqrt_refined(float x) {
 // result is left in a scrambled order that bs_gather() reads back: for
 // it = 0 .. L/16 - 1 it yields four vectors of real parts and four of
 // imaginary parts, re[v]/im[v] holding X[base[v] .. base[v] + 3].
-bool uses_block_split(const FftSpecComplex32f* spec);
 void bs_transform(const FftSpecComplex32f* spec, float* data);
 
 struct ByteReverse {
@@ -193,50 +204,6 @@ inline void bs_gather(const float* data, int order, int it, __m128 re[4], __m128
     base[1] = b + 2 * q;
     base[2] = b + q;
     base[3] = b + 3 * q;
-}
-
-// Create and Destroy, shared by every engine kind. Create sizes the object,
-// allocates it and an init scratch, runs Init and drops the scratch; unlike
-// the exported InitAlloc functions, a failure releases whatever was obtained
-// and leaves *ppSpec untouched. sizes(int* spec, int* init, int* buf) and
-// init(Spec** out, uint8_t* memSpec, uint8_t* memInit) give statuses.
-template <class Spec, class Sizes, class Init>
-nkpStatus create_spec(Spec** ppSpec, Sizes sizes, Init init) {
-    if (!ppSpec) return nkpStatusNullPointer;
-    int specSize = 0, initSize = 0, bufSize = 0;
-    nkpStatus st = sizes(&specSize, &initSize, &bufSize);
-    if (st != nkpStatusOk) return st;
-    void* block = malloc_bytes(specSize);
-    if (!block) return nkpStatusNoMemory;
-    void* scratch = nullptr;
-    if (initSize > 0) {
-        scratch = malloc_bytes(initSize);
-        if (!scratch) {
-            release(block);
-            return nkpStatusNoMemory;
-        }
-    }
-    Spec* spec = nullptr;
-    st = init(&spec, static_cast<uint8_t*>(block), static_cast<uint8_t*>(scratch));
-    release(scratch);
-    if (st != nkpStatusOk) {
-        release(block);
-        return st;
-    }
-    spec->isAllocated = 1;
-    spec->block = block;
-    *ppSpec = spec;
-    return nkpStatusOk;
-}
-
-// Destroy clears the tag and releases the block only when Create made it.
-template <class Spec>
-nkpStatus destroy_spec(Spec* spec, bool tag_matches) {
-    if (!spec) return nkpStatusNullPointer;
-    if (!tag_matches) return nkpStatusWrongObject;
-    spec->tag = 0;
-    if (spec->isAllocated == 1) release(spec->block);
-    return nkpStatusOk;
 }
 
 }  // namespace nkp::fft

@@ -1,7 +1,7 @@
 // The 16-bit complex FFT with a scale factor (tag 1). The data are widened
 // to float in the work buffer, transformed by the float engine, scaled by
 // 2^-scaleFactor, rounded to nearest and saturated back to 16 bits.
-#include "frame/memory.h"
+#include "common/numeric.h"
 #include "frame/object.h"
 #include "transform/engine.h"
 
@@ -16,15 +16,6 @@ namespace {
 
 constexpr int kHeaderBytes = 64;
 
-bool valid_flag(int flag) {
-    return flag == kDivFwdByN || flag == kDivInvByN || flag == kDivBySqrtN || flag == kNoDivByAny;
-}
-
-// Orders 1..3 with hint 0 or 1 report the sizes of a direct kernel.
-bool direct_kernel(int order, int hint) { return order >= 1 && order <= 3 && (hint == 0 || hint == 1); }
-
-int32_t round_down64(int32_t x) { return x & ~63; }
-
 // 2^-sf as a float multiplier; factors beyond the float range saturate the
 // result anyway, so the exponent is clamped.
 float pow2_neg(int sf) {
@@ -35,19 +26,13 @@ float pow2_neg(int sf) {
 
 // n floats (n a multiple of 2) times f, rounded to nearest, saturated to s16.
 void narrow(const float* v, int16_t* out, int n, float f) {
-    const __m128 vf = _mm_set1_ps(f), lo = _mm_set1_ps(-32768.0f), hi = _mm_set1_ps(32767.0f);
+    const __m128 vf = _mm_set1_ps(f);
     int i = 0;
     for (; i + 4 <= n; i += 4) {
-        __m128 x = _mm_mul_ps(_mm_loadu_ps(v + i), vf);
-        x = _mm_min_ps(_mm_max_ps(x, lo), hi);
-        const __m128i r = _mm_cvtps_epi32(x);
+        const __m128i r = float_to_s16x4(_mm_mul_ps(_mm_loadu_ps(v + i), vf));
         _mm_storel_epi64(reinterpret_cast<__m128i*>(out + i), _mm_packs_epi32(r, r));
     }
-    for (; i < n; ++i) {
-        float x = v[i] * f;
-        x = x < -32768.0f ? -32768.0f : (x > 32767.0f ? 32767.0f : x);
-        out[i] = static_cast<int16_t>(_mm_cvtss_si32(_mm_set_ss(x)));
-    }
+    for (; i < n; ++i) out[i] = float_to_s16(v[i] * f);
 }
 
 }  // namespace
@@ -57,29 +42,12 @@ nkpStatus fftSizesComplex16s(int order, int flag, int hint, int* specSize, int* 
     if (!specSize || !initSize || !bufSize) return nkpStatusNullPointer;
     if (!valid_flag(flag)) return nkpStatusBadFlag;
     if (order > kMaxOrder) return nkpStatusBadOrder;
-    const int32_t L = 1 << order;
-    if (order == 0) {
-        *specSize = 136;
-        *initSize = 0;
-        *bufSize = 0;
-        return nkpStatusOk;
-    }
-    if (direct_kernel(order, hint)) {
-        const int32_t R = round_down64(L + 67);
-        *specSize = round_down64(8 * L + 63) + R + 192;
-        *initSize = round_down64((L / 4) * 2 + 65) + 64;
-        *bufSize = 8 * L + 64;
-        return nkpStatusOk;
-    }
-    int s = 0, i = 0, b = 0;
-    const nkpStatus st = fftSizesComplex32f(order, flag, hint, &s, &i, &b);
-    if (st != nkpStatusOk) return st;
+    const Sizes s = fft16s_sizes(order, hint);
     // The float copy of order 28 would not fit a 32-bit size.
-    const int64_t work = int64_t{b} + 8 * int64_t{L} + 64;
-    if (work > INT32_MAX) return nkpStatusBadSize;
-    *specSize = s + 192;
-    *initSize = i + 64;
-    *bufSize = static_cast<int>(work);
+    if (s.work > INT32_MAX) return nkpStatusBadSize;
+    *specSize = static_cast<int>(s.spec);
+    *initSize = static_cast<int>(s.init);
+    *bufSize = static_cast<int>(s.work);
     return nkpStatusOk;
 }
 
@@ -92,16 +60,15 @@ nkpStatus fftInitComplex16s(FftSpecComplex16s** ppSpec, int order, int flag, int
     std::memset(base, 0, kHeaderBytes);
     auto* spec = reinterpret_cast<FftSpecComplex16s*>(base);
     if (!valid_flag(flag)) return nkpStatusBadFlag;
-    int specSize = 0, initSize = 0, bufSize = 0;
-    fftSizesComplex16s(order, flag, hint, &specSize, &initSize, &bufSize);
+    const Sizes sizes = fft16s_sizes(order, hint);
     spec->tag = kTagComplex16s;
     spec->order = order;
     spec->flag = flag;
     spec->hint = hint;
-    spec->bufSize = bufSize;
+    spec->bufSize = sizes.work > INT32_MAX ? 0 : static_cast<int32_t>(sizes.work);
     if (order >= 11 && !memInit) return nkpStatusNullPointer;
     if (order > 0) {
-        // The float specification sits 64-byte aligned behind the header.
+        // The float plan sits 64-byte aligned behind the header.
         const nkpStatus st = fftInitComplex32f(&spec->fspec, order, flag, hint, base + kHeaderBytes, memInit);
         if (st != nkpStatusOk) {
             spec->tag = 0;
@@ -113,42 +80,44 @@ nkpStatus fftInitComplex16s(FftSpecComplex16s** ppSpec, int order, int flag, int
 }
 
 nkpStatus fftCreateComplex16s(FftSpecComplex16s** ppSpec, int order, int flag, int hint) {
-    return create_spec(
-        ppSpec, [&](int* s, int* i, int* b) { return fftSizesComplex16s(order, flag, hint, s, i, b); },
-        [&](FftSpecComplex16s** out, uint8_t* mem, uint8_t* scratch) {
-            return fftInitComplex16s(out, order, flag, hint, mem, scratch);
+    return init_alloc_with_work<FftSpecComplex16s, kPlanLife>(
+        ppSpec,
+        [&](int32_t* spec, int32_t* scratch) {
+            int work = 0;
+            return fftSizesComplex16s(order, flag, hint, spec, scratch, &work);
+        },
+        [&](void* mem, void* scratch) {
+            FftSpecComplex16s* spec = nullptr;
+            return fftInitComplex16s(&spec, order, flag, hint, static_cast<uint8_t*>(mem),
+                                     static_cast<uint8_t*>(scratch));
         });
 }
 
 nkpStatus fftWorkSizeComplex16s(const FftSpecComplex16s* spec, int* size) {
     if (!spec || !size) return nkpStatusNullPointer;
-    if (spec->tag != kTagComplex16s) return nkpStatusWrongObject;
+    if (!tagged_object<FftSpecComplex16s, 64>(spec, kTagComplex16s)) return nkpStatusWrongObject;
     *size = spec->bufSize;
     return nkpStatusOk;
 }
 
 nkpStatus fftDestroyComplex16s(FftSpecComplex16s* spec) {
-    return destroy_spec(spec, spec && spec->tag == kTagComplex16s);
+    return free_object<FftSpecComplex16s, kPlanLife>(spec, kTagComplex16s);
 }
 
 nkpStatus fftForwardComplex16sScaled(const nkp16sc* src, nkp16sc* dst, const FftSpecComplex16s* spec,
                                      int scaleFactor, uint8_t* buffer) {
     if (!src || !dst || !spec) return nkpStatusNullPointer;
-    if (spec->tag != kTagComplex16s) return nkpStatusWrongObject;
+    if (!tagged_object<FftSpecComplex16s, 64>(spec, kTagComplex16s)) return nkpStatusWrongObject;
     const float f = pow2_neg(scaleFactor);
     if (spec->order == 0) {
         const float v[2] = {static_cast<float>(src[0].re), static_cast<float>(src[0].im)};
         narrow(v, &dst[0].re, 2, f);
         return nkpStatusOk;
     }
-    uint8_t* own = nullptr;
-    if (!buffer) {
-        own = static_cast<uint8_t*>(malloc_bytes(spec->bufSize));
-        if (!own) return nkpStatusNoMemory;
-        buffer = own;
-    }
+    const CallWork work(buffer, spec->bufSize);
+    if (work.failed()) return nkpStatusNoMemory;
     const int L = 1 << spec->order;
-    auto* w = reinterpret_cast<float*>(align_up<64>(buffer));
+    auto* w = reinterpret_cast<float*>(work.aligned<64>());
     const int16_t* s = &src[0].re;
     int i = 0;
     for (; i + 8 <= 2 * L; i += 8) {
@@ -162,7 +131,6 @@ nkpStatus fftForwardComplex16sScaled(const nkp16sc* src, nkp16sc* dst, const Fft
     auto* data = reinterpret_cast<nkp32fc*>(w);
     fftForwardComplex32f(data, data, spec->fspec, reinterpret_cast<uint8_t*>(w + 2 * L));
     narrow(w, &dst[0].re, 2 * L, f);
-    release(own);
     return nkpStatusOk;
 }
 

@@ -3,7 +3,8 @@
 // 6..15 on the block-split layout.
 #include "frame/memory.h"
 #include "frame/object.h"
-#include "frame/trig.h"
+#include "common/numeric.h"
+#include "common/trig.h"
 #include "transform/engine.h"
 #include "transform/fft_large.h"
 #include "transform/fft_passes.h"
@@ -14,13 +15,21 @@ namespace nkp::fft {
 
 namespace {
 
-constexpr int kHeaderBytes = 136;
-constexpr int kHeaderPadded = 192;  // tables start 64-byte aligned behind the header
-
-
-bool valid_flag(int flag) {
-    return flag == kDivFwdByN || flag == kDivInvByN || flag == kDivBySqrtN || flag == kNoDivByAny;
+consteval Twiddle1024 make_twiddle_1024() {
+    Twiddle1024 t{};
+    for (int j = 0; j < 1024; ++j) {
+        const SinCos w = sincos_2pi_ratio_while_compiling(j, 1024);
+        t.v[2 * j] = static_cast<float>(w.c);
+        t.v[2 * j + 1] = static_cast<float>(-w.s);
+    }
+    return t;
 }
+
+}  // namespace
+
+alignas(64) constexpr Twiddle1024 kTwiddle1024 = make_twiddle_1024();
+
+namespace {
 
 // ---- written-out kernels, orders 0..5 ---------------------------------------
 
@@ -200,8 +209,7 @@ void twiddle(int64_t num, int64_t den, float* re, float* im) {
     *im = static_cast<float>(-s);
 }
 
-int64_t round_down64(int64_t x) { return x & ~int64_t{63}; }
-
+// The work a call needs: the recorded bytes and their alignment slack.
 int32_t work_bytes_of(const FftSpecComplex32f* spec) { return spec->bufSize >= 1 ? spec->bufSize + 64 : 0; }
 
 // The last two passes, writing each result straight to its
@@ -234,12 +242,12 @@ void pass_last_to_interleaved(const float* d, int order, const float* tw, float*
 void forward_interleaved(const nkp32fc* src, nkp32fc* dst, const FftSpecComplex32f* spec, uint8_t* work,
                          bool scale, float factor) {
     const int order = spec->order;
-    if (order <= kMaxKernelOrder) {
+    if (spec->route == Route::Kernel) {
         kernel_forward(src, dst, order, scale, factor);
         return;
     }
     const int L = 1 << order;
-    if (order > kMaxMediumOrder) {
+    if (spec->route == Route::Large) {
         float* d = reinterpret_cast<float*>(dst);
         if (src != dst) std::memcpy(d, src, sizeof(nkp32fc) * static_cast<size_t>(L));
         large_forward_interleaved(spec, d, align_up<64>(work));
@@ -266,23 +274,9 @@ void swap_parts(const nkp32fc* src, nkp32fc* dst, int n) {
 
 }  // namespace
 
-bool uses_block_split(const FftSpecComplex32f* spec) {
-    return spec->order > kMaxKernelOrder && spec->order <= kMaxMediumOrder;
-}
-
 void bs_transform(const FftSpecComplex32f* spec, float* d) { passes::transform(spec, passes::BlockSplitLoader{d}, d); }
 
-int64_t medium_spec_bytes(int order) {
-    const int64_t L = int64_t{1} << order, R = round_down64(L + 67);
-    return round_down64(8 * L + 71) + R + 256;
-}
-int64_t medium_init_bytes(int order) {
-    const int64_t L = int64_t{1} << order, R = round_down64(L + 67);
-    return order >= 11 ? R + 64 : 0;
-}
-int64_t medium_work_bytes(int order) { return round_down64(8 * (int64_t{1} << order) + 63); }
-
-void medium_fill_twiddles(float* tw, int order) {
+void block_split_fill_twiddles(float* tw, int order) {
     const int L = 1 << order;
     int m = L / 4;
     if (order & 1) {
@@ -304,21 +298,10 @@ nkpStatus fftSizesComplex32f(int order, int flag, int hint, int* specSize, int* 
     if (!specSize || !initSize || !bufSize) return nkpStatusNullPointer;
     if (!valid_flag(flag)) return nkpStatusBadFlag;
     if (order > kMaxOrder) return nkpStatusBadOrder;
-    if (order <= kMaxKernelOrder) {
-        *specSize = 200;
-        *initSize = 0;
-        *bufSize = 0;
-    } else if (order <= kMaxMediumOrder) {
-        *specSize = static_cast<int>(medium_spec_bytes(order));
-        *initSize = static_cast<int>(medium_init_bytes(order));
-        *bufSize = static_cast<int>(medium_work_bytes(order) + 64);
-    } else {
-        int64_t s, i, w;
-        large_sizes(order, &s, &i, &w);
-        *specSize = static_cast<int>(s + 256);
-        *initSize = static_cast<int>(i);
-        *bufSize = static_cast<int>(w + 64);
-    }
+    const Sizes s = fft32f_sizes(order);
+    *specSize = static_cast<int>(s.spec);
+    *initSize = static_cast<int>(s.init);
+    *bufSize = static_cast<int>(s.work);
     return nkpStatusOk;
 }
 
@@ -328,7 +311,7 @@ nkpStatus fftInitComplex32f(FftSpecComplex32f** ppSpec, int order, int flag, int
     if (order < 0 || order > kMaxOrder) return nkpStatusBadOrder;
     if (!memSpec) return nkpStatusNullPointer;
     uint8_t* base = align_up<64>(memSpec);
-    std::memset(base, 0, kHeaderBytes);
+    std::memset(base, 0, kFftHeaderBytes);
     auto* spec = reinterpret_cast<FftSpecComplex32f*>(base);
     if (!valid_flag(flag)) {
         spec->tag = 0;
@@ -341,81 +324,65 @@ nkpStatus fftInitComplex32f(FftSpecComplex32f** ppSpec, int order, int flag, int
     spec->normInv = (flag == kDivInvByN || flag == kDivBySqrtN) ? 1 : 0;
     spec->normFactor = flag == kDivBySqrtN ? rsqrt_refined(x) : 1.0f / x;
     spec->hint = hint;
-    if (order > kMaxKernelOrder && order <= kMaxMediumOrder) {
-        spec->bufSize = static_cast<int32_t>(medium_work_bytes(order));
-    } else if (order > kMaxMediumOrder) {
-        int64_t s, i, w;
-        large_sizes(order, &s, &i, &w);
-        spec->bufSize = static_cast<int32_t>(w);
-    }
+    spec->route = route_of(order);
+    spec->bufSize = static_cast<int32_t>(fft32f_recorded_work(order));
     if (order >= 11 && !memInit) return nkpStatusNullPointer;
-    if (order > kMaxKernelOrder && order <= kMaxMediumOrder) {
-        float* tw = reinterpret_cast<float*>(base + kHeaderPadded);
-        spec->pBitRev = base + kHeaderBytes;
+    if (spec->route == Route::BlockSplit) {
+        float* tw = reinterpret_cast<float*>(base + kFftHeaderPadded);
+        spec->pBitRev = base + kFftHeaderBytes;
         spec->pTwiddle = tw;
-        medium_fill_twiddles(tw, order);
-    } else if (order > kMaxMediumOrder) {
-        large_init(spec, base + kHeaderPadded, memInit);
+        block_split_fill_twiddles(tw, order);
+    } else if (spec->route == Route::Large) {
+        large_init(spec, base + kFftHeaderPadded, memInit);
     }
     *ppSpec = spec;
     return nkpStatusOk;
 }
 
 nkpStatus fftCreateComplex32f(FftSpecComplex32f** ppSpec, int order, int flag, int hint) {
-    return create_spec(
-        ppSpec, [&](int* s, int* i, int* b) { return fftSizesComplex32f(order, flag, hint, s, i, b); },
-        [&](FftSpecComplex32f** out, uint8_t* mem, uint8_t* scratch) {
-            return fftInitComplex32f(out, order, flag, hint, mem, scratch);
+    return init_alloc_with_work<FftSpecComplex32f, kPlanLife>(
+        ppSpec,
+        [&](int32_t* spec, int32_t* scratch) {
+            int work = 0;
+            return fftSizesComplex32f(order, flag, hint, spec, scratch, &work);
+        },
+        [&](void* mem, void* scratch) {
+            FftSpecComplex32f* spec = nullptr;
+            return fftInitComplex32f(&spec, order, flag, hint, static_cast<uint8_t*>(mem),
+                                     static_cast<uint8_t*>(scratch));
         });
 }
 
 nkpStatus fftWorkSizeComplex32f(const FftSpecComplex32f* spec, int* size) {
     if (!spec || !size) return nkpStatusNullPointer;
-    if (spec->tag != kTagComplex32f) return nkpStatusWrongObject;
+    if (!tagged_object<FftSpecComplex32f, 64>(spec, kTagComplex32f)) return nkpStatusWrongObject;
     *size = work_bytes_of(spec);
     return nkpStatusOk;
 }
 
 nkpStatus fftDestroyComplex32f(FftSpecComplex32f* spec) {
-    return destroy_spec(spec, spec && (spec->tag == kTagComplex32f || spec->tag == kTagSplit32f));
+    return free_object<FftSpecComplex32f, kPlanLife>(spec, kTagComplex32f);
 }
-
-namespace {
-
-// Runs body(work) with the caller's buffer, or with one allocated for the call.
-template <class Body>
-nkpStatus with_work(const FftSpecComplex32f* spec, uint8_t* buffer, Body body) {
-    const int32_t bytes = work_bytes_of(spec);
-    if (buffer || bytes == 0) {
-        body(buffer);
-        return nkpStatusOk;
-    }
-    auto* own = static_cast<uint8_t*>(malloc_bytes(bytes));
-    if (!own) return nkpStatusNoMemory;
-    body(own);
-    release(own);
-    return nkpStatusOk;
-}
-
-}  // namespace
 
 nkpStatus fftForwardComplex32f(const nkp32fc* src, nkp32fc* dst, const FftSpecComplex32f* spec, uint8_t* buffer) {
     if (!src || !dst || !spec) return nkpStatusNullPointer;
-    if (spec->tag != kTagComplex32f) return nkpStatusWrongObject;
-    return with_work(spec, buffer, [&](uint8_t* work) {
-        forward_interleaved(src, dst, spec, work, spec->normFwd != 0, spec->normFactor);
-    });
+    if (!tagged_object<FftSpecComplex32f, 64>(spec, kTagComplex32f)) return nkpStatusWrongObject;
+    const CallWork work(buffer, work_bytes_of(spec));
+    if (work.failed()) return nkpStatusNoMemory;
+    forward_interleaved(src, dst, spec, work.get(), spec->normFwd != 0, spec->normFactor);
+    return nkpStatusOk;
 }
 
 nkpStatus fftInverseComplex32f(const nkp32fc* src, nkp32fc* dst, const FftSpecComplex32f* spec, uint8_t* buffer) {
     if (!src || !dst || !spec) return nkpStatusNullPointer;
-    if (spec->tag != kTagComplex32f) return nkpStatusWrongObject;
-    return with_work(spec, buffer, [&](uint8_t* work) {
-        const int L = 1 << spec->order;
-        swap_parts(src, dst, L);
-        forward_interleaved(dst, dst, spec, work, spec->normInv != 0, spec->normFactor);
-        swap_parts(dst, dst, L);
-    });
+    if (!tagged_object<FftSpecComplex32f, 64>(spec, kTagComplex32f)) return nkpStatusWrongObject;
+    const CallWork work(buffer, work_bytes_of(spec));
+    if (work.failed()) return nkpStatusNoMemory;
+    const int L = 1 << spec->order;
+    swap_parts(src, dst, L);
+    forward_interleaved(dst, dst, spec, work.get(), spec->normInv != 0, spec->normFactor);
+    swap_parts(dst, dst, L);
+    return nkpStatusOk;
 }
 
 }  // namespace nkp::fft

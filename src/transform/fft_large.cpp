@@ -7,7 +7,8 @@
 // Everything runs in place on the output; the work buffer holds one column or
 // row in the block-split layout, one in natural order and a bitmap.
 #include "frame/object.h"
-#include "frame/trig.h"
+#include "common/numeric.h"
+#include "common/trig.h"
 #include "transform/fft_large.h"
 
 #include <cstring>
@@ -15,8 +16,6 @@
 namespace nkp::fft {
 
 namespace {
-
-int64_t align64(int64_t x) { return (x + 63) & ~int64_t{63}; }
 
 struct Interleaved {
     float* d;
@@ -187,18 +186,6 @@ void large_forward(const FftSpecComplex32f* spec, const D& d, uint8_t* work) {
 
 }  // namespace
 
-void large_sizes(int order, int64_t* spec, int64_t* init, int64_t* work) {
-    const int p1 = order / 2, p2 = order - p1;
-    const int64_t L1 = int64_t{1} << p1, L2 = int64_t{1} << p2;
-    *spec = 63 + 192 + medium_spec_bytes(p1) + (p2 != p1 ? medium_spec_bytes(p2) : 0) + align64(8 * L2) +
-            align64(8 * L1);
-    const int64_t i1 = medium_init_bytes(p1), i2 = medium_init_bytes(p2);
-    // Never zero: from order 11 on the init buffer is required.
-    *init = i1 > i2 ? i1 : i2;
-    if (*init < 64) *init = 64;
-    *work = align64(16 * L2 + 2 * L1);
-}
-
 void large_init(FftSpecComplex32f* spec, uint8_t* tables, uint8_t* memInit) {
     const int order = spec->order;
     const int p1 = order / 2, p2 = order - p1;
@@ -206,10 +193,10 @@ void large_init(FftSpecComplex32f* spec, uint8_t* tables, uint8_t* memInit) {
     FftSpecComplex32f* s1 = nullptr;
     FftSpecComplex32f* s2 = nullptr;
     fftInitComplex32f(&s1, p1, kNoDivByAny, 0, tables, memInit);
-    tables += medium_spec_bytes(p1);
+    tables += block_split_spec_bytes(p1);
     if (p2 != p1) {
         fftInitComplex32f(&s2, p2, kNoDivByAny, 0, tables, memInit);
-        tables += medium_spec_bytes(p2);
+        tables += block_split_spec_bytes(p2);
     } else {
         s2 = s1;
     }

@@ -8,9 +8,6 @@
 
 namespace nkp::fft {
 
-// Bytes of the large specification (alignment slack included), of the init
-// buffer its sub-transforms need, and of the work buffer without slack.
-void large_sizes(int order, int64_t* spec, int64_t* init, int64_t* work);
 // Builds the tables behind the header at `tables` (64-byte aligned).
 void large_init(FftSpecComplex32f* spec, uint8_t* tables, uint8_t* memInit);
 // Unnormalised forward transform in place; `work` is 64-byte aligned.
@@ -21,10 +18,7 @@ void large_forward_split(const FftSpecComplex32f* spec, float* re, float* im, ui
 // dst), with an optional multiply by factor.
 void kernel_forward(const nkp32fc* src, nkp32fc* dst, int order, bool scale, float factor);
 
-// Twiddles of the table-driven passes for one order (6..15).
-void medium_fill_twiddles(float* tw, int order);
-int64_t medium_spec_bytes(int order);
-int64_t medium_init_bytes(int order);
-int64_t medium_work_bytes(int order);  // without slack
+// Twiddles of the table-driven passes for one block-split order (6..15).
+void block_split_fill_twiddles(float* tw, int order);
 
 }  // namespace nkp::fft

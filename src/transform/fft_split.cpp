@@ -1,7 +1,6 @@
 // The split complex float FFT (tag 5): real and imaginary parts in two
-// arrays. Same specification as the interleaved transform, with the tag
+// arrays. Same plan as the interleaved transform, with the tag
 // rewritten; the block-split layout loads straight from the two arrays.
-#include "frame/memory.h"
 #include "frame/object.h"
 #include "transform/engine.h"
 #include "transform/fft_large.h"
@@ -27,15 +26,15 @@ struct SplitLoader {
 void forward_split(const float* sr, const float* si, float* dr, float* di, const FftSpecComplex32f* spec,
                    uint8_t* work, bool scale, float factor) {
     const int order = spec->order, L = 1 << order;
-    if (order <= kMaxKernelOrder) {
-        nkp32fc x[32];
+    if (spec->route == Route::Kernel) {
+        nkp32fc x[1 << kMaxKernelOrder] = {};
         for (int i = 0; i < L; ++i) x[i] = {sr[i], si[i]};
         kernel_forward(x, x, order, scale, factor);
         for (int i = 0; i < L; ++i) dr[i] = x[i].re, di[i] = x[i].im;
         return;
     }
     const __m128 f = _mm_set1_ps(factor);
-    if (order > kMaxMediumOrder) {
+    if (spec->route == Route::Large) {
         if (sr != dr) std::memmove(dr, sr, sizeof(float) * static_cast<size_t>(L));
         if (si != di) std::memmove(di, si, sizeof(float) * static_cast<size_t>(L));
         large_forward_split(spec, dr, di, align_up<64>(work));
@@ -64,16 +63,10 @@ void forward_split(const float* sr, const float* si, float* dr, float* di, const
 nkpStatus run_split(const float* sr, const float* si, float* dr, float* di, const FftSpecComplex32f* spec,
                     uint8_t* buffer, bool scale) {
     if (!sr || !si || !dr || !di || !spec) return nkpStatusNullPointer;
-    if (spec->tag != kTagSplit32f) return nkpStatusWrongObject;
-    const int32_t bytes = spec->bufSize >= 1 ? spec->bufSize + 64 : 0;
-    uint8_t* own = nullptr;
-    if (!buffer && bytes > 0) {
-        own = static_cast<uint8_t*>(malloc_bytes(bytes));
-        if (!own) return nkpStatusNoMemory;
-        buffer = own;
-    }
-    forward_split(sr, si, dr, di, spec, buffer, scale, spec->normFactor);
-    release(own);
+    if (!tagged_object<FftSpecComplex32f, 64>(spec, kTagSplit32f)) return nkpStatusWrongObject;
+    const CallWork work(buffer, spec->bufSize >= 1 ? spec->bufSize + 64 : 0);
+    if (work.failed()) return nkpStatusNoMemory;
+    forward_split(sr, si, dr, di, spec, work.get(), scale, spec->normFactor);
     return nkpStatusOk;
 }
 
@@ -99,12 +92,14 @@ nkpStatus fftCreateSplit32f(FftSpecComplex32f** ppSpec, int order, int flag, int
 
 nkpStatus fftWorkSizeSplit32f(const FftSpecComplex32f* spec, int* size) {
     if (!spec || !size) return nkpStatusNullPointer;
-    if (spec->tag != kTagSplit32f) return nkpStatusWrongObject;
+    if (!tagged_object<FftSpecComplex32f, 64>(spec, kTagSplit32f)) return nkpStatusWrongObject;
     *size = spec->bufSize >= 1 ? spec->bufSize + 64 : 0;
     return nkpStatusOk;
 }
 
-nkpStatus fftDestroySplit32f(FftSpecComplex32f* spec) { return fftDestroyComplex32f(spec); }
+nkpStatus fftDestroySplit32f(FftSpecComplex32f* spec) {
+    return free_object<FftSpecComplex32f, kPlanLife>(spec, kTagSplit32f);
+}
 
 nkpStatus fftForwardSplit32f(const float* srcRe, const float* srcIm, float* dstRe, float* dstIm,
                              const FftSpecComplex32f* spec, uint8_t* buffer) {

@@ -4,8 +4,8 @@
 // rotations run four values at a time and the FFT works on the block-split
 // layout in place, its scrambled output read back by the post-rotation.
 #include "frame/exports.h"
-#include "frame/memory.h"
-#include "frame/trig.h"
+#include "common/numeric.h"
+#include "common/trig.h"
 #include "transform/fft_passes.h"
 #include "transform/mdct_common.h"
 
@@ -84,7 +84,7 @@ inline void store_interleaved(float* p, __m128 even, __m128 odd) {
 
 bool vector_route(const MdctSpec* spec) {
     const auto* f = static_cast<const FftSpecComplex32f*>(spec->pFFTSpec);
-    return f && fft::uses_block_split(f);
+    return f && f->route == fft::Route::BlockSplit;
 }
 
 // ---- forward ----------------------------------------------------------------
@@ -264,22 +264,15 @@ void inverse_scalar(const float* X, float* y, const MdctSpec* spec, Cx* z, uint8
 
 // ---- life cycle ---------------------------------------------------------------
 
-int64_t align64(int64_t x) { return (x + 63) & ~int64_t{63}; }
-
-struct FloatSizes {
-    int64_t spec, init, buf;
-};
-
-nkpStatus float_sizes(int len, FloatSizes* s) {
-    if (len == 12 || len == 36) {
-        *s = {4 * (len / 2) + 104 + 64, 0, 4 * int64_t{len} + 128};
-        return nkpStatusOk;
-    }
+// The GetSize figures (transform/sizes.h), with the FFT's status.
+nkpStatus plan_sizes(int len, Sizes* s) {
     int S = 0, I = 0, B = 0;
-    const nkpStatus st = fft::fftSizesComplex32f(order_of(len), fft::kNoDivByAny, 0, &S, &I, &B);
-    if (st != nkpStatusOk) return st;
-    *s = {4 * int64_t{len / 2} + 104 + 64 + S + 64, I, 4 * int64_t{len} + B + 64 + 128};
-    if (s->spec > INT32_MAX || s->buf > INT32_MAX) return nkpStatusBadSize;
+    if (is_pow2_at_least_32(len)) {
+        const nkpStatus st = fft::fftSizesComplex32f(order_of(len), fft::kNoDivByAny, 0, &S, &I, &B);
+        if (st != nkpStatusOk) return st;
+    }
+    *s = float_sizes(len, {S, I, B});
+    if (s->spec > INT32_MAX || s->work > INT32_MAX) return nkpStatusBadSize;
     return nkpStatusOk;
 }
 
@@ -301,8 +294,8 @@ nkpStatus init_float(MdctSpec** out, int len, uint8_t* memSpec, uint8_t* memInit
     if (!is_float_length(len)) return nkpStatusBadSize;
     const bool pow2 = is_pow2_at_least_32(len);
     if (!out || !memSpec || (pow2 && !memInit)) return nkpStatusNullPointer;
-    FloatSizes sizes;
-    const nkpStatus sst = float_sizes(len, &sizes);
+    Sizes sizes;
+    const nkpStatus sst = plan_sizes(len, &sizes);
     if (sst != nkpStatusOk) return sst;
     uint8_t* base = align_up<64>(memSpec);
     std::memset(base, 0, kHeaderBytes);
@@ -323,75 +316,61 @@ nkpStatus init_float(MdctSpec** out, int len, uint8_t* memSpec, uint8_t* memInit
         fft::fftWorkSizeComplex32f(f, &B);
         spec->pFFTSpec = f;
     }
-    spec->bufSize = 4 * len + B + 64;
+    spec->bufSize = static_cast<int32_t>(float_recorded_work(len, B));
     spec->order = order_of(len);
     fill_table(table, len, tag == kTagInv32f);
     *out = spec;
     return nkpStatusOk;
 }
 
+// InitAlloc makes three blocks: the header (the object), the table and the
+// FFT plan (the engine's Create); a failure releases those already made.
 nkpStatus init_alloc_float(MdctSpec** out, int len, uint32_t tag) {
     if (!is_float_length(len)) return nkpStatusBadSize;
-    if (!out) return nkpStatusNullPointer;
-    FloatSizes sizes;
-    nkpStatus st = float_sizes(len, &sizes);
-    if (st != nkpStatusOk) return st;
-    void* header = malloc_bytes(kHeaderPadded + 63);
-    if (!header) return nkpStatusNoMemory;
-    void* tableBlock = malloc_bytes(4 * table_entries(len) + 63);
-    if (!tableBlock) {
-        release(header);
-        return nkpStatusNoMemory;
-    }
-    FftSpecComplex32f* f = nullptr;
-    int B = 0;
-    if (is_pow2_at_least_32(len)) {
-        st = fft::fftCreateComplex32f(&f, order_of(len), fft::kNoDivByAny, 0);
-        if (st != nkpStatusOk) {
-            release(tableBlock);
-            release(header);
-            return st;
-        }
-        fft::fftWorkSizeComplex32f(f, &B);
-    }
-    auto* spec = reinterpret_cast<MdctSpec*>(align_up<64>(header));
-    std::memset(spec, 0, kHeaderBytes);
-    float* table = reinterpret_cast<float*>(align_up<64>(tableBlock));
-    spec->tag = tag;
-    spec->len = len;
-    spec->bufSize = 4 * len + B + 64;
-    spec->order = order_of(len);
-    spec->isAllocated = 1;
-    spec->pTwiddle = table;
-    spec->pFFTSpec = f;
-    spec->headerBlock = header;
-    spec->tableBlock = tableBlock;
-    fill_table(table, len, tag == kTagInv32f);
-    *out = spec;
-    return nkpStatusOk;
-}
-
-MdctSpec* tagged(const void* p, uint32_t tag) {
-    auto* spec = reinterpret_cast<MdctSpec*>(align_up<64>(const_cast<void*>(p)));
-    return spec->tag == tag ? spec : nullptr;
+    return init_alloc<MdctSpec, fft::kPlanLife>(
+        out,
+        [&](int32_t* size) -> nkpStatus {
+            Sizes sizes;
+            *size = kHeaderPadded + 63;
+            return plan_sizes(len, &sizes);
+        },
+        [&](void* header) -> nkpStatus {
+            PendingBlocks<1> blocks;
+            void* tableBlock = blocks.take(4 * table_entries(len) + 63);
+            if (!tableBlock) return nkpStatusNoMemory;
+            FftSpecComplex32f* f = nullptr;
+            int B = 0;
+            if (is_pow2_at_least_32(len)) {
+                const nkpStatus st = fft::fftCreateComplex32f(&f, order_of(len), fft::kNoDivByAny, 0);
+                if (st != nkpStatusOk) return st;
+                fft::fftWorkSizeComplex32f(f, &B);
+            }
+            auto* spec = object_in<MdctSpec, 64>(header);
+            std::memset(spec, 0, kHeaderBytes);
+            float* table = reinterpret_cast<float*>(align_up<64>(tableBlock));
+            spec->tag = tag;
+            spec->len = len;
+            spec->bufSize = static_cast<int32_t>(float_recorded_work(len, B));
+            spec->order = order_of(len);
+            spec->pTwiddle = table;
+            spec->pFFTSpec = f;
+            spec->tableBlock = tableBlock;
+            fill_table(table, len, tag == kTagInv32f);
+            blocks.keep();
+            return nkpStatusOk;
+        });
 }
 
 nkpStatus free_float(void* p, uint32_t tag) {
-    if (!p) return nkpStatusNullPointer;
-    MdctSpec* spec = tagged(p, tag);
-    if (!spec) return nkpStatusWrongObject;
-    spec->tag = 0;
-    if (spec->isAllocated == 1) {
+    return free_object<MdctSpec, fft::kPlanLife>(p, tag, [](MdctSpec* spec) {
         release(spec->tableBlock);
         if (spec->pFFTSpec) fft::fftDestroyComplex32f(static_cast<FftSpecComplex32f*>(spec->pFFTSpec));
-        release(spec->headerBlock);
-    }
-    return nkpStatusOk;
+    });
 }
 
 nkpStatus get_buf_size(const void* p, int* size, uint32_t tag) {
     if (!p || !size) return nkpStatusNullPointer;
-    const MdctSpec* spec = tagged(p, tag);
+    const MdctSpec* spec = tagged_object<MdctSpec, 64>(p, tag);
     if (!spec) return nkpStatusWrongObject;
     *size = spec->bufSize;
     return nkpStatusOk;
@@ -401,22 +380,17 @@ template <class Vector, class Scalar>
 nkpStatus run(const float* src, float* dst, const void* p, uint8_t* buffer, uint32_t tag, Vector vector_path,
               Scalar scalar_path) {
     if (!p) return nkpStatusNullPointer;
-    const MdctSpec* spec = tagged(p, tag);
+    const MdctSpec* spec = tagged_object<MdctSpec, 64>(p, tag);
     if (!spec) return nkpStatusWrongObject;
     if (!src || !dst) return nkpStatusNullPointer;
-    uint8_t* own = nullptr;
-    if (!buffer) {
-        own = static_cast<uint8_t*>(malloc_bytes(spec->bufSize));
-        if (!own) return nkpStatusNoMemory;
-        buffer = own;
-    }
-    uint8_t* work = align_up<64>(buffer);
+    const CallWork call_work(buffer, spec->bufSize);
+    if (call_work.failed()) return nkpStatusNoMemory;
+    uint8_t* work = call_work.aligned<64>();
     if (vector_route(spec)) {
         vector_path(src, dst, spec, reinterpret_cast<float*>(work));
     } else {
         scalar_path(src, dst, spec, reinterpret_cast<Cx*>(work), work + 8 * (spec->len / 4));
     }
-    release(own);
     return nkpStatusOk;
 }
 
@@ -425,12 +399,12 @@ nkpStatus run(const float* src, float* dst, const void* p, uint8_t* buffer, uint
 nkpStatus nkpsMDCTFwdGetSize_32f(int len, int* pSpecSize, int* pSizeInit, int* pSizeBuf) {
     if (!pSpecSize || !pSizeInit || !pSizeBuf) return nkpStatusNullPointer;
     if (!is_float_length(len)) return nkpStatusBadSize;
-    FloatSizes s;
-    const nkpStatus st = float_sizes(len, &s);
+    Sizes s;
+    const nkpStatus st = plan_sizes(len, &s);
     if (st != nkpStatusOk) return st;
     *pSpecSize = static_cast<int>(s.spec);
     *pSizeInit = static_cast<int>(s.init);
-    *pSizeBuf = static_cast<int>(s.buf);
+    *pSizeBuf = static_cast<int>(s.work);
     return nkpStatusOk;
 }
 

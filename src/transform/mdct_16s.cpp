@@ -5,8 +5,8 @@
 // scale factor scaleFactor - order + s + 10: an overall gain of
 // 2 * 2^-scaleFactor, as in the float transform.
 #include "frame/exports.h"
-#include "frame/memory.h"
-#include "frame/trig.h"
+#include "common/numeric.h"
+#include "common/trig.h"
 #include "transform/mdct_common.h"
 
 #include <cstring>
@@ -18,19 +18,13 @@ namespace {
 using namespace mdct;
 using fft::FftSpecComplex16s;
 
-int64_t align64(int64_t x) { return (x + 63) & ~int64_t{63}; }
-
-struct Sizes16 {
-    int64_t spec, init, buf, fftBuf;
-};
-
-nkpStatus sizes16(int len, Sizes16* s) {
+// The GetSize figures (transform/sizes.h), with the FFT's status.
+nkpStatus plan_sizes(int len, Sizes* s) {
     int S = 0, I = 0, B = 0;
     const nkpStatus st = fft::fftSizesComplex16s(order_of(len), fft::kNoDivByAny, 0, &S, &I, &B);
     if (st != nkpStatusOk) return st;
-    const int64_t big = 4 * int64_t{len} > B ? 4 * int64_t{len} : B;
-    *s = {2 * int64_t{len / 2} + 168 + S + 64, I, len + big + 64, B};
-    if (s->spec > INT32_MAX || s->buf > INT32_MAX) return nkpStatusBadSize;
+    *s = sizes16(len, {S, I, B});
+    if (s->spec > INT32_MAX || s->work > INT32_MAX) return nkpStatusBadSize;
     return nkpStatusOk;
 }
 
@@ -45,12 +39,12 @@ void fill_table(int16_t* t, int len) {
     }
 }
 
-// Header, then the Q14 table, then the 16-bit FFT specification.
+// Header, then the Q14 table, then the 16-bit FFT plan.
 nkpStatus init16(MdctSpec** out, int len, uint8_t* memSpec, uint8_t* memInit) {
     if (!out || !memSpec || !memInit) return nkpStatusNullPointer;
     if (!is_pow2_at_least_32(len)) return nkpStatusBadSize;
-    Sizes16 sizes;
-    nkpStatus st = sizes16(len, &sizes);
+    Sizes sizes;
+    nkpStatus st = plan_sizes(len, &sizes);
     if (st != nkpStatusOk) return st;
     uint8_t* base = align_up<64>(memSpec);
     std::memset(base, 0, kHeaderBytes);
@@ -67,52 +61,41 @@ nkpStatus init16(MdctSpec** out, int len, uint8_t* memSpec, uint8_t* memInit) {
         return st;
     }
     spec->pFFTSpec = f;
-    spec->bufSize = static_cast<int32_t>(sizes.buf);
+    spec->bufSize = static_cast<int32_t>(sizes.work);
     spec->order = order_of(len);
     fill_table(table, len);
     *out = spec;
     return nkpStatusOk;
 }
 
+// InitAlloc makes two blocks: the header with the table behind it (the
+// object), and the FFT plan (the engine's Create).
 nkpStatus init_alloc16(MdctSpec** out, int len) {
-    if (!out) return nkpStatusNullPointer;
-    if (!is_pow2_at_least_32(len)) return nkpStatusBadSize;
-    Sizes16 sizes;
-    nkpStatus st = sizes16(len, &sizes);
-    if (st != nkpStatusOk) return st;
-    // The table stays inside the header block.
-    void* header = malloc_bytes(static_cast<int32_t>(kHeaderPadded + align64(len) + 63));
-    if (!header) return nkpStatusNoMemory;
-    FftSpecComplex16s* f = nullptr;
-    st = fft::fftCreateComplex16s(&f, order_of(len), fft::kNoDivByAny, 0);
-    if (st != nkpStatusOk) {
-        release(header);
-        return st;
-    }
-    uint8_t* base = align_up<64>(header);
-    std::memset(base, 0, kHeaderBytes);
-    auto* spec = reinterpret_cast<MdctSpec*>(base);
-    auto* table = reinterpret_cast<int16_t*>(base + kHeaderPadded);
-    spec->tag = kTagFwd16s;
-    spec->len = len;
-    spec->bufSize = static_cast<int32_t>(sizes.buf);
-    spec->order = order_of(len);
-    spec->isAllocated = 1;
-    spec->pTwiddle = table;
-    spec->pFFTSpec = f;
-    spec->headerBlock = header;
-    fill_table(table, len);
-    *out = spec;
-    return nkpStatusOk;
-}
-
-MdctSpec* tagged16(const void* p) {
-    auto* spec = reinterpret_cast<MdctSpec*>(align_up<64>(const_cast<void*>(p)));
-    return spec->tag == kTagFwd16s ? spec : nullptr;
-}
-
-inline int16_t saturate16(int64_t v) {
-    return static_cast<int16_t>(v > 32767 ? 32767 : (v < -32768 ? -32768 : v));
+    Sizes sizes;
+    return init_alloc<MdctSpec, fft::kPlanLife>(
+        out,
+        [&](int32_t* size) -> nkpStatus {
+            if (!is_pow2_at_least_32(len)) return nkpStatusBadSize;
+            *size = static_cast<int32_t>(kHeaderPadded + align64(len) + 63);
+            return plan_sizes(len, &sizes);
+        },
+        [&](void* header) -> nkpStatus {
+            FftSpecComplex16s* f = nullptr;
+            const nkpStatus st = fft::fftCreateComplex16s(&f, order_of(len), fft::kNoDivByAny, 0);
+            if (st != nkpStatusOk) return st;
+            uint8_t* base = align_up<64>(header);
+            std::memset(base, 0, kHeaderBytes);
+            auto* spec = reinterpret_cast<MdctSpec*>(base);
+            auto* table = reinterpret_cast<int16_t*>(base + kHeaderPadded);
+            spec->tag = kTagFwd16s;
+            spec->len = len;
+            spec->bufSize = static_cast<int32_t>(sizes.work);
+            spec->order = order_of(len);
+            spec->pTwiddle = table;
+            spec->pFFTSpec = f;
+            fill_table(table, len);
+            return nkpStatusOk;
+        });
 }
 
 // Narrows n 32-bit values with scale factor sf: a positive factor shifts
@@ -175,12 +158,12 @@ void forward16(const int16_t* x, int16_t* dst, const MdctSpec* spec, int scaleFa
 nkpStatus nkpsMDCTFwdGetSize_16s(int len, int* pSpecSize, int* pSizeInit, int* pSizeBuf) {
     if (!pSpecSize || !pSizeInit || !pSizeBuf) return nkpStatusNullPointer;
     if (!is_pow2_at_least_32(len)) return nkpStatusBadSize;
-    Sizes16 s;
-    const nkpStatus st = sizes16(len, &s);
+    Sizes s;
+    const nkpStatus st = plan_sizes(len, &s);
     if (st != nkpStatusOk) return st;
     *pSpecSize = static_cast<int>(s.spec);
     *pSizeInit = static_cast<int>(s.init);
-    *pSizeBuf = static_cast<int>(s.buf);
+    *pSizeBuf = static_cast<int>(s.work);
     return nkpStatusOk;
 }
 
@@ -193,20 +176,14 @@ nkpStatus nkpsMDCTFwdInitAlloc_16s(nkpsMDCTFwdSpec_16s** ppSpec, int len) {
 }
 
 nkpStatus nkpsMDCTFwdFree_16s(nkpsMDCTFwdSpec_16s* pSpec) {
-    if (!pSpec) return nkpStatusNullPointer;
-    MdctSpec* spec = tagged16(pSpec);
-    if (!spec) return nkpStatusWrongObject;
-    spec->tag = 0;
-    if (spec->isAllocated == 1) {
+    return free_object<MdctSpec, fft::kPlanLife>(pSpec, kTagFwd16s, [](MdctSpec* spec) {
         fft::fftDestroyComplex16s(static_cast<FftSpecComplex16s*>(spec->pFFTSpec));
-        release(spec->headerBlock);
-    }
-    return nkpStatusOk;
+    });
 }
 
 nkpStatus nkpsMDCTFwdGetBufSize_16s(const nkpsMDCTFwdSpec_16s* pSpec, int* pSize) {
     if (!pSpec || !pSize) return nkpStatusNullPointer;
-    const MdctSpec* spec = tagged16(pSpec);
+    const MdctSpec* spec = tagged_object<MdctSpec, 64>(pSpec, kTagFwd16s);
     if (!spec) return nkpStatusWrongObject;
     *pSize = spec->bufSize;
     return nkpStatusOk;
@@ -215,17 +192,12 @@ nkpStatus nkpsMDCTFwdGetBufSize_16s(const nkpsMDCTFwdSpec_16s* pSpec, int* pSize
 nkpStatus nkpsMDCTFwd_16s_Sfs(const nkp16s* pSrc, nkp16s* pDst, const nkpsMDCTFwdSpec_16s* pSpec, int scaleFactor,
                               nkp8u* pBuffer) {
     if (!pSpec) return nkpStatusNullPointer;
-    const MdctSpec* spec = tagged16(pSpec);
+    const MdctSpec* spec = tagged_object<MdctSpec, 64>(pSpec, kTagFwd16s);
     if (!spec) return nkpStatusWrongObject;
     if (!pSrc || !pDst) return nkpStatusNullPointer;
-    uint8_t* own = nullptr;
-    if (!pBuffer) {
-        own = static_cast<uint8_t*>(malloc_bytes(spec->bufSize));
-        if (!own) return nkpStatusNoMemory;
-        pBuffer = own;
-    }
-    forward16(pSrc, pDst, spec, scaleFactor, align_up<64>(pBuffer));
-    release(own);
+    const CallWork work(pBuffer, spec->bufSize);
+    if (work.failed()) return nkpStatusNoMemory;
+    forward16(pSrc, pDst, spec, scaleFactor, work.aligned<64>());
     return nkpStatusOk;
 }
 

@@ -1,6 +1,6 @@
-// What the three MDCT specifications share: the 40-byte public header (with
-// private fields behind it, 64 bytes in all), the length rules and the
-// folding of N inputs into N/4 complex values.
+// What the three MDCT plans share: the 40-byte public header (with private
+// fields behind it, 64 bytes in all), the life cycle (fft::kPlanLife), the
+// length rules and the folding of N inputs into N/4 complex values.
 #pragma once
 
 #include "frame/object.h"
@@ -21,11 +21,11 @@ struct MdctSpec {
     int32_t len;
     int32_t bufSize;
     int32_t order;  // log2(N/4); 0 for 12 and 36
-    int32_t isAllocated;
+    int32_t allocated;     // made by InitAlloc
     const void* pTwiddle;  // rotation table
-    void* pFFTSpec;        // the N/4-point FFT; null for 12 and 36
-    // Private: the blocks InitAlloc obtained.
-    void* headerBlock;
+    void* pFFTSpec;        // the N/4-point FFT plan; null for 12 and 36
+    // Private: the blocks InitAlloc obtained (header, float table).
+    void* block;
     void* tableBlock;
 };
 static_assert(sizeof(MdctSpec) <= kHeaderPadded, "header fits 64 bytes");

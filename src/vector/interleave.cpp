@@ -4,7 +4,7 @@
 // counts walk the channels in pairs and then the odd last channel. The
 // route never changes the result.
 #include "frame/exports.h"
-#include "vector/common.h"
+#include "common/numeric.h"
 
 #include <cstddef>
 #include <emmintrin.h>

@@ -1,12 +1,12 @@
 // Float channels to interleaved 16-bit PCM. Two-path source: built once per
 // code path into nkp::NKP_PATH_NS.
 //
-// Every sample goes through the same clamp-then-convert sequence (minps,
-// maxps, cvtps2dq or their scalar forms), so the vector and scalar routes
-// and both code paths agree bit for bit, NaN included: minps returns its
-// second operand when the first is NaN, so NaN clamps to 32767.
+// Every sample goes through the same clamp-then-convert sequence
+// (common/numeric.h), so the vector and scalar routes and both code paths
+// agree bit for bit, NaN included.
 #include "frame/exports.h"
-#include "vector/common.h"
+#include "common/fp_mode.h"
+#include "common/numeric.h"
 
 #include <cstddef>
 #include <emmintrin.h>
@@ -14,27 +14,14 @@
 namespace nkp::NKP_PATH_NS {
 namespace {
 
-inline __m128i convert4(__m128 v) {
-    v = _mm_min_ps(v, _mm_set1_ps(32767.0f));
-    v = _mm_max_ps(v, _mm_set1_ps(-32768.0f));
-    return _mm_cvtps_epi32(v);
-}
-
-inline int16_t convert1(float x) {
-    __m128 v = _mm_set_ss(x);
-    v = _mm_min_ss(v, _mm_set_ss(32767.0f));
-    v = _mm_max_ss(v, _mm_set_ss(-32768.0f));
-    return static_cast<int16_t>(_mm_cvtss_si32(v));
-}
-
 void join_one(const float* s, ptrdiff_t len, int16_t* dst) {
     ptrdiff_t i = 0;
     for (; i + 8 <= len; i += 8) {
-        const __m128i a = convert4(_mm_loadu_ps(s + i));
-        const __m128i b = convert4(_mm_loadu_ps(s + i + 4));
+        const __m128i a = float_to_s16x4(_mm_loadu_ps(s + i));
+        const __m128i b = float_to_s16x4(_mm_loadu_ps(s + i + 4));
         _mm_storeu_si128(reinterpret_cast<__m128i*>(dst + i), _mm_packs_epi32(a, b));
     }
-    for (; i < len; ++i) dst[i] = convert1(s[i]);
+    for (; i < len; ++i) dst[i] = float_to_s16(s[i]);
 }
 
 void join_two(const float* s0, const float* s1, ptrdiff_t len, int16_t* dst) {
@@ -42,13 +29,13 @@ void join_two(const float* s0, const float* s1, ptrdiff_t len, int16_t* dst) {
     for (; i + 4 <= len; i += 4) {
         const __m128 l = _mm_loadu_ps(s0 + i);
         const __m128 r = _mm_loadu_ps(s1 + i);
-        const __m128i lo = convert4(_mm_unpacklo_ps(l, r));
-        const __m128i hi = convert4(_mm_unpackhi_ps(l, r));
+        const __m128i lo = float_to_s16x4(_mm_unpacklo_ps(l, r));
+        const __m128i hi = float_to_s16x4(_mm_unpackhi_ps(l, r));
         _mm_storeu_si128(reinterpret_cast<__m128i*>(dst + 2 * i), _mm_packs_epi32(lo, hi));
     }
     for (; i < len; ++i) {
-        dst[2 * i] = convert1(s0[i]);
-        dst[2 * i + 1] = convert1(s1[i]);
+        dst[2 * i] = float_to_s16(s0[i]);
+        dst[2 * i + 1] = float_to_s16(s1[i]);
     }
 }
 
@@ -61,7 +48,7 @@ void join_many(const float* const* src, int channels, ptrdiff_t len, int16_t* ds
         int16_t* row = dst + i * step;
         for (int c = 0; c < channels; ++c) {
             alignas(16) int32_t v[4];
-            _mm_store_si128(reinterpret_cast<__m128i*>(v), convert4(_mm_loadu_ps(src[c] + i)));
+            _mm_store_si128(reinterpret_cast<__m128i*>(v), float_to_s16x4(_mm_loadu_ps(src[c] + i)));
             row[c] = static_cast<int16_t>(v[0]);
             row[c + step] = static_cast<int16_t>(v[1]);
             row[c + 2 * step] = static_cast<int16_t>(v[2]);
@@ -69,7 +56,7 @@ void join_many(const float* const* src, int channels, ptrdiff_t len, int16_t* ds
         }
     }
     for (; i < len; ++i) {
-        for (int c = 0; c < channels; ++c) dst[i * step + c] = convert1(src[c][i]);
+        for (int c = 0; c < channels; ++c) dst[i * step + c] = float_to_s16(src[c][i]);
     }
 }
 
@@ -85,7 +72,7 @@ nkpStatus nkpsJoin_32f16s_D2L(const nkp32f* const* ppSrc, int channels, int len,
         if (!ppSrc[c]) return nkpStatusNullPointer;
     }
 
-    const FpModeScope mode(/*round_to_nearest=*/true, /*mask_exceptions=*/false);
+    const FpModeScope mode(FpMode::Nearest);
     if (channels == 1) {
         join_one(ppSrc[0], len, pDst);
     } else if (channels == 2) {

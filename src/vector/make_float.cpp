@@ -1,6 +1,6 @@
 // Floats from mantissa/exponent pairs and from scale factors.
 #include "frame/exports.h"
-#include "vector/common.h"
+#include "common/numeric.h"
 
 #include <array>
 #include <cstddef>

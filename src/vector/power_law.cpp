@@ -1,7 +1,9 @@
 // The quantisers' power laws: x^(3/4) for quantisation, x^(4/3) for
 // requantisation.
 #include "frame/exports.h"
-#include "vector/common.h"
+#include "common/fp_mode.h"
+#include "common/numeric.h"
+#include "common/pow43.h"
 #include "vector/tables.h"
 
 #include <cstddef>
@@ -51,9 +53,10 @@ inline double pow43_large(int32_t m) {
     return static_cast<double>(m) * 16.0 * c;
 }
 
+// floor(m^(4/3) * 4096): the shared table's entry times 4096 is exact, and
+// truncating it gives the truncated exact power.
 inline uint64_t pow43_q12(int32_t m) {
-    if (m < kPow43Size) return kPow43Q12[m];
-    return static_cast<uint64_t>(pow43_large(m) * 4096.0);
+    return static_cast<uint64_t>((m < kPow43Count ? kPow43[m] : pow43_large(m)) * 4096.0);
 }
 
 // ---- fixed-point |x|^(3/4) ---------------------------------------------------
@@ -155,7 +158,7 @@ nkpStatus nkpsPow34_32f(const nkp32f* pSrc, nkp32f* pDst, int len) {
     if (!pSrc || !pDst) return nkpStatusNullPointer;
     if (len < 1) return nkpStatusBadSize;
 
-    const FpModeScope mode(/*round_to_nearest=*/false, /*mask_exceptions=*/true);
+    const FpModeScope mode(FpMode::MaskExceptions);
     ptrdiff_t i = 0;
     for (; i + 4 <= len; i += 4) _mm_storeu_ps(pDst + i, pow34x4(_mm_loadu_ps(pSrc + i)));
     if (i < len) {
@@ -170,7 +173,7 @@ nkpStatus nkpsPow34_32f16s(const nkp32f* pSrc, nkp16s* pDst, int len) {
     if (!pSrc || !pDst) return nkpStatusNullPointer;
     if (len < 1) return nkpStatusBadSize;
 
-    const FpModeScope mode(/*round_to_nearest=*/true, /*mask_exceptions=*/true);
+    const FpModeScope mode(FpMode::NearestMasked);
     ptrdiff_t i = 0;
     for (; i + 8 <= len; i += 8) {
         const __m128i a = to16x4(pow34x4(_mm_loadu_ps(pSrc + i)));
@@ -205,7 +208,7 @@ nkpStatus nkpsPow43_16s32f(const nkp16s* pSrc, nkp32f* pDst, int len) {
     for (ptrdiff_t i = 0; i < len; ++i) {
         const int32_t x = pSrc[i];
         const int32_t m = x < 0 ? -x : x;
-        const float p = m < kPow43Size ? kPow43[m] : static_cast<float>(pow43_large(m));
+        const float p = static_cast<float>(m < kPow43Count ? kPow43[m] : pow43_large(m));
         pDst[i] = x < 0 ? -p : p;
     }
     return nkpStatusOk;

@@ -1,5 +1,8 @@
 // The nkpdec program: its WAV files and exit codes (0 decoded, 1 unreadable
 // input or unwritable output, 2 no Layer III frames, 3 truncated or damaged).
+#include "common/external_data.h"
+#include "decoder/not_mpeg.h"
+
 #include <gtest/gtest.h>
 
 #include <cstdint>
@@ -24,8 +27,8 @@ void save(const std::string& path, const std::vector<uint8_t>& data) {
                                                 static_cast<std::streamsize>(data.size()));
 }
 
-int run(const std::string& in, const std::string& out) {
-    const std::string cmd = std::string(NKPDEC_PROGRAM) + " '" + in + "' '" + out + "' 2>/dev/null";
+int run(const std::string& in, const std::string& out, const std::string& messages = "/dev/null") {
+    const std::string cmd = std::string(NKPDEC_PROGRAM) + " '" + in + "' '" + out + "' 2>'" + messages + "'";
     const int status = std::system(cmd.c_str());
     return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
@@ -80,11 +83,24 @@ TEST(NkpdecProgram, ExitCodesTellWhatWentWrong) {
     EXPECT_EQ(run(std::string(NKPAC_TEST_DATA_DIR) + "/mpeg1_48k_joint.mp3", kTmp + "/no/such/dir/x.wav"), 1);
 }
 
+TEST(NkpdecProgram, NotMpegAudioIsRefusedClearly) {
+    for (const nkptest::NamedInput& input : nkptest::not_mpeg_inputs()) {
+        const std::string in = kTmp + "/nkpdec_" + input.name, out = kTmp + "/nkpdec_not.wav",
+                          messages = kTmp + "/nkpdec_messages.txt";
+        save(in, input.bytes);
+        std::remove(out.c_str());
+        EXPECT_EQ(run(in, out, messages), 2) << input.name;
+        const std::vector<uint8_t> text = load(messages);
+        EXPECT_NE(std::string(text.begin(), text.end()).find("is not MPEG audio"), std::string::npos) << input.name;
+        EXPECT_TRUE(load(out).empty()) << input.name << ": nothing is written";
+    }
+}
+
 // A stream that switches between mono and stereo frames is written as
 // stereo, mono frames on both channels.
 TEST(NkpdecProgram, MixedMonoAndStereoFramesBecomeStereo) {
-    const std::string path = std::string(NKPAC_SHARED_DIR) + "/conformance/mp3/l3-he_mode.bit";
-    if (load(path).empty()) GTEST_SKIP() << "compliance streams not found (the shared folder is absent)";
+    const std::string path = std::string(NKPAC_CONFORMANCE_DIR) + "/mp3/l3-he_mode.bit";
+    NKPT_NEED_EXTERNAL(!load(path).empty(), "the compliance stream " + path);
     const std::string out = kTmp + "/nkpdec_mode.wav";
     ASSERT_EQ(run(path, out), 0);
     const std::vector<uint8_t> wav = load(out);

@@ -1,46 +1,46 @@
-// The object life cycle: aligned placement, InitAlloc under a failing
-// allocator (including the deliberate no-release), Free, and the memory
-// wrappers' refusal of empty requests.
+// The object life cycle of frame/object.h under both policies in use (the
+// general rule of the state objects and the plans' rule), with a failing
+// allocator, and the memory wrappers. (The plans' multi-block InitAlloc and
+// call-length work buffers: tests/transform/plan_test.cpp.)
 #include "frame/object.h"
 #include "nkpcore.h"
 
 #include <gtest/gtest.h>
 
-#include <vector>
-
 namespace {
+
+using namespace nkp;
 
 struct Probe {
     uint32_t tag;
     int32_t allocated;
+    void* block;
     int32_t payload[6];
 };
-constexpr uint32_t kProbeTag = nkp::amc_tag('q');
-constexpr size_t kAlign = 16;
-constexpr nkp::LifeCycle kLife{kAlign, nkp::OnInitFailure::KeepBuffers, nkp::OnFree::KeepTag};
-constexpr int32_t kProbeSize = sizeof(Probe) + kAlign - 1;
+constexpr uint32_t kProbeTag = amc_tag('q');
+constexpr LifeCycle kGeneral{16, OnInitFailure::KeepBuffers, OnFree::KeepTag};
+constexpr LifeCycle kPlan{64, OnInitFailure::ReleaseBuffers, OnFree::ClearTag, Handle::Object};
 
-nkpStatus probe_get_size(int32_t* object, int32_t* work) {
-    *object = kProbeSize;
-    *work = 40;
-    return nkpStatusOk;
-}
+void* g_work = nullptr;  // the last work buffer, so the test can release a kept one
 
-void* g_last_work = nullptr;  // so the test can release a deliberately kept buffer
-
-nkpStatus probe_init(void* buffer, void* work, nkpStatus result) {
-    g_last_work = work;
-    if (result != nkpStatusOk) return result;
-    Probe* p = nkp::object_in<Probe, kAlign>(buffer);
-    p->tag = kProbeTag;
-    p->allocated = 0;
-    static_cast<int32_t*>(work)[0] = 7;  // the work buffer is usable
-    return nkpStatusOk;
-}
-
-nkpStatus probe_init_alloc(Probe** out, nkpStatus init_result) {
-    return nkp::init_alloc_with_work<Probe, kLife>(
-        out, probe_get_size, [&](void* b, void* w) { return probe_init(b, w, init_result); });
+template <LifeCycle LC>
+nkpStatus make(Probe** out, nkpStatus init_result) {
+    return init_alloc_with_work<Probe, LC>(
+        out,
+        [](int32_t* object, int32_t* work) {
+            *object = static_cast<int32_t>(sizeof(Probe) + LC.align - 1);
+            *work = 40;
+            return nkpStatusOk;
+        },
+        [&](void* buffer, void* work) -> nkpStatus {
+            g_work = work;
+            if (init_result != nkpStatusOk) return init_result;
+            Probe* p = object_in<Probe, LC.align>(buffer);
+            p->tag = kProbeTag;
+            p->allocated = 0;
+            static_cast<int32_t*>(work)[0] = 7;  // the work buffer is usable
+            return nkpStatusOk;
+        });
 }
 
 class ObjectLifeCycle : public ::testing::Test {
@@ -49,15 +49,15 @@ protected:
 };
 
 TEST(ObjectTag, AmcTagsReadAsLittleEndianWords) {
-    EXPECT_EQ(nkp::amc_tag('j'), 0x434D416Au);
-    EXPECT_EQ(nkp::amc_tag('`'), 0x434D4160u);
+    EXPECT_EQ(amc_tag('j'), 0x434D416Au);
+    EXPECT_EQ(amc_tag('`'), 0x434D4160u);
 }
 
 TEST(ObjectPlacement, AnyBufferAddressAlignsInsideItsSlack) {
     alignas(64) uint8_t storage[256];
     for (size_t shift = 0; shift < 64; ++shift) {
-        uint8_t* obj16 = nkp::align_up<16>(storage + shift);
-        uint8_t* obj64 = nkp::align_up<64>(storage + shift);
+        uint8_t* obj16 = align_up<16>(storage + shift);
+        uint8_t* obj64 = align_up<64>(storage + shift);
         EXPECT_EQ(reinterpret_cast<uintptr_t>(obj16) % 16, 0u);
         EXPECT_EQ(reinterpret_cast<uintptr_t>(obj64) % 64, 0u);
         EXPECT_LT(static_cast<size_t>(obj16 - (storage + shift)), 16u);
@@ -65,71 +65,98 @@ TEST(ObjectPlacement, AnyBufferAddressAlignsInsideItsSlack) {
     }
 }
 
-TEST_F(ObjectLifeCycle, SuccessfulInitAllocIsReleasedByFree) {
-    const long live = nkpcoreLiveAllocations();
-    Probe* p = nullptr;
-    ASSERT_EQ(probe_init_alloc(&p, nkpStatusOk), nkpStatusOk);
-    ASSERT_NE(p, nullptr);
-    EXPECT_EQ((nkp::object_in<Probe, kAlign>(p)->allocated), 1);
-    EXPECT_EQ(nkpcoreLiveAllocations(), live + 1);  // the work buffer is gone
-    EXPECT_EQ((nkp::free_object<Probe, kLife>(p, kProbeTag)), nkpStatusOk);
-    EXPECT_EQ(nkpcoreLiveAllocations(), live);
-}
+enum class Output { Null, Buffer, Untouched, Object };
 
-struct FailureCase {
+struct InitAllocCase {
     const char* name;
-    long allocations_allowed;  // before nkpMalloc starts failing
-    nkpStatus init_result;
-    nkpStatus expected;
-    bool output_null;
-    long left_allocated;  // the deliberate no-release
+    bool plan;                 // kPlan, else kGeneral
+    long allocations_allowed;  // before nkpMalloc starts failing (-1: never)
+    nkpStatus init_result, expected;
+    Output output;
+    long left_allocated;  // the general rule's deliberate no-release
 };
 
-const FailureCase kFailures[] = {
-    {"object_buffer_fails", 0, nkpStatusOk, nkpStatusNoMemory, true, 0},
-    {"work_buffer_fails", 1, nkpStatusOk, nkpStatusNoMemory, false, 1},
-    {"init_fails", -1, nkpStatusBadSize, nkpStatusBadSize, false, 2},
+const InitAllocCase kInitAllocCases[] = {
+    {"general_object_buffer_fails", false, 0, nkpStatusOk, nkpStatusNoMemory, Output::Null, 0},
+    {"general_work_buffer_fails", false, 1, nkpStatusOk, nkpStatusNoMemory, Output::Buffer, 1},
+    {"general_init_fails", false, -1, nkpStatusBadSize, nkpStatusBadSize, Output::Buffer, 2},
+    {"general_success", false, -1, nkpStatusOk, nkpStatusOk, Output::Buffer, 1},
+    {"plan_object_buffer_fails", true, 0, nkpStatusOk, nkpStatusNoMemory, Output::Untouched, 0},
+    {"plan_work_buffer_fails", true, 1, nkpStatusOk, nkpStatusNoMemory, Output::Untouched, 0},
+    {"plan_init_fails", true, -1, nkpStatusBadSize, nkpStatusBadSize, Output::Untouched, 0},
+    {"plan_success", true, -1, nkpStatusOk, nkpStatusOk, Output::Object, 1},
 };
 
-TEST_F(ObjectLifeCycle, FailedInitAllocLeavesWhatItAllocated) {
-    for (const auto& c : kFailures) {
+TEST_F(ObjectLifeCycle, InitAllocFollowsItsPolicy) {
+    for (const auto& c : kInitAllocCases) {
         SCOPED_TRACE(c.name);
         const long live = nkpcoreLiveAllocations();
-        Probe* p = reinterpret_cast<Probe*>(uintptr_t{1});
-        g_last_work = nullptr;
+        Probe sentinel{};
+        Probe* p = &sentinel;
+        g_work = nullptr;
         nkpcoreFailMallocAfter(c.allocations_allowed);
-        EXPECT_EQ(probe_init_alloc(&p, c.init_result), c.expected);
+        const nkpStatus status = c.plan ? make<kPlan>(&p, c.init_result) : make<kGeneral>(&p, c.init_result);
+        EXPECT_EQ(status, c.expected);
         nkpcoreFailMallocAfter(-1);
-        EXPECT_EQ(p == nullptr, c.output_null);
         EXPECT_EQ(nkpcoreLiveAllocations() - live, c.left_allocated);
-        // The test's own clean-up of what the library kept on purpose.
-        if (c.left_allocated >= 1) nkpFree(p);
-        if (c.left_allocated == 2) nkpFree(g_last_work);
+        switch (c.output) {
+            case Output::Null: EXPECT_EQ(p, nullptr); break;
+            case Output::Untouched: EXPECT_EQ(p, &sentinel); break;
+            case Output::Buffer:
+                if (c.expected == nkpStatusOk) EXPECT_EQ((object_in<Probe, kGeneral.align>(p)->allocated), 1);
+                break;
+            case Output::Object:
+                EXPECT_EQ(reinterpret_cast<uintptr_t>(p) % 64, 0u);
+                EXPECT_EQ(p->allocated, 1);
+                EXPECT_EQ((object_in<Probe, 64>(p->block)), p);
+                break;
+        }
+        if (c.expected == nkpStatusOk) {
+            // Free releases what InitAlloc made; the plan's clears the tag.
+            const nkpStatus freed =
+                c.plan ? free_object<Probe, kPlan>(p, kProbeTag) : free_object<Probe, kGeneral>(p, kProbeTag);
+            EXPECT_EQ(freed, nkpStatusOk);
+        } else {
+            // The test's own clean-up of what the general rule keeps.
+            if (c.left_allocated >= 1) nkpFree(p);
+            if (c.left_allocated == 2) nkpFree(g_work);
+        }
         EXPECT_EQ(nkpcoreLiveAllocations(), live);
     }
 }
 
-TEST_F(ObjectLifeCycle, FreeChecksAndReleasesOnlyAllocatedObjects) {
-    alignas(16) uint8_t buffer[kProbeSize + 3];
-    void* start = buffer + 3;
-    nkp::object_in<Probe, kAlign>(start)->tag = kProbeTag;
-    nkp::object_in<Probe, kAlign>(start)->allocated = 0;
-    const long live = nkpcoreLiveAllocations();
-    EXPECT_EQ((nkp::free_object<Probe, kLife>(start, kProbeTag)), nkpStatusOk);
-    EXPECT_EQ(nkpcoreLiveAllocations(), live);
-    EXPECT_EQ((nkp::object_in<Probe, kAlign>(start)->tag), kProbeTag);  // Free keeps the tag
-    EXPECT_EQ((nkp::free_object<Probe, kLife>(start, nkp::amc_tag('r'))), nkpStatusWrongObject);
-    EXPECT_EQ((nkp::free_object<Probe, kLife>(nullptr, kProbeTag)), nkpStatusNullPointer);
+// Free on an object made by Init in the caller's buffer releases nothing;
+// the general rule keeps the tag, the plans' clears it, so that a second
+// Free or a later use is refused.
+TEST_F(ObjectLifeCycle, FreeChecksTheTagAndFollowsItsPolicy) {
+    for (bool plan : {false, true}) {
+        SCOPED_TRACE(plan ? "plan" : "general");
+        alignas(64) uint8_t buffer[sizeof(Probe) + 64];
+        void* handle = plan ? buffer : buffer + 3;
+        Probe* p = plan ? object_in<Probe, 64>(handle) : object_in<Probe, 16>(handle);
+        p->tag = kProbeTag;
+        p->allocated = 0;
+        auto drop = [&](void* h, uint32_t tag) {
+            return plan ? free_object<Probe, kPlan>(h, tag) : free_object<Probe, kGeneral>(h, tag);
+        };
+        const long live = nkpcoreLiveAllocations();
+        EXPECT_EQ(drop(nullptr, kProbeTag), nkpStatusNullPointer);
+        EXPECT_EQ(drop(handle, amc_tag('r')), nkpStatusWrongObject);
+        EXPECT_EQ(drop(handle, kProbeTag), nkpStatusOk);
+        EXPECT_EQ(p->tag, plan ? 0u : kProbeTag);
+        EXPECT_EQ(drop(handle, kProbeTag), plan ? nkpStatusWrongObject : nkpStatusOk);
+        EXPECT_EQ(nkpcoreLiveAllocations(), live);
+    }
 }
 
 TEST(MemoryWrappers, EmptyRequestsNeverReachTheAllocator) {
     const long total = nkpcoreTotalAllocations();
-    EXPECT_EQ(nkp::malloc_bytes(0), nullptr);
-    EXPECT_EQ(nkp::malloc_bytes(-5), nullptr);
-    EXPECT_EQ(nkp::malloc_words(0), nullptr);
-    EXPECT_EQ(nkp::malloc_words(-1), nullptr);
+    EXPECT_EQ(malloc_bytes(0), nullptr);
+    EXPECT_EQ(malloc_bytes(-5), nullptr);
+    EXPECT_EQ(malloc_words(0), nullptr);
+    EXPECT_EQ(malloc_words(-1), nullptr);
     EXPECT_EQ(nkpcoreTotalAllocations(), total);
-    void* p = nkp::malloc_words(3);
+    void* p = malloc_words(3);
     ASSERT_NE(p, nullptr);
     EXPECT_EQ(nkpcoreTotalAllocations(), total + 1);
     nkp::release(p);

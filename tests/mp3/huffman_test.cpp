@@ -1,19 +1,18 @@
 // Huffman decoding: region boundaries of the three decoders, escapes,
-// count1 tables and budget, the final cursor and bound, and the checks.
+// count1 tables and budget, the final cursor and bound (the checks are in
+// status_test.cpp).
 #include <gtest/gtest.h>
 
 #include <cstring>
-#include <functional>
 #include <string>
 #include <vector>
 
 #include "common/bit_writer.h"
-#include "mp3/tables.h"
-#include "nkpac.h"
+#include "mp3/mp3_test_util.h"
 
 namespace {
 
-using nkptest::BitWriter;
+using namespace nkptest;
 
 // A few code words of the standard's tables 1, 16 (shared by 17..23), 24
 // (shared by 25..31) and quadruple table A.
@@ -22,38 +21,6 @@ const char *const t1_11 = "000", *const t16_00 = "1", *const t16_15_0 = "0000011
 const char *const qa_0000 = "1", *const qa_0001 = "0101", *const qa_1000 = "0111", *const qa_1111 = "000001";
 
 enum Variant { kPlain, kSfb, kMbp };
-
-struct Tables {
-    nkp16s lng[6 * 23], shrt[6 * 14], mixed[6 * 2];
-};
-
-// The standard's band tables in the callers' row order (id * 3 + sfi).
-Tables standard_tables(int mixed_steps = 3) {
-    Tables t{};
-    for (int r = 0; r < 6; ++r) {
-        std::memcpy(t.lng + 23 * r, nkp::mp3::kSfbLong[r < 3 ? r + 3 : r - 3], sizeof(nkp16s) * 23);
-        std::memcpy(t.shrt + 14 * r, nkp::mp3::kSfbShort[r < 3 ? r + 3 : r - 3], sizeof(nkp16s) * 14);
-        t.mixed[2 * r] = 8;
-        t.mixed[2 * r + 1] = static_cast<nkp16s>(mixed_steps);
-    }
-    return t;
-}
-
-nkpMP3FrameHeader header(int id, int sfi) {
-    nkpMP3FrameHeader h{};
-    h.id = id, h.layer = 1, h.samplingFreqIndex = sfi, h.mode = 1;
-    return h;
-}
-
-// ws 0: tables t0..t2 and region counts r0/r1; ws 1: block type bt, mixed.
-nkpMP3SideInfo granule(int big_values, int t0, int t1, int t2, int r0 = 7, int r1 = 7, int ws = 0, int bt = 0,
-                       int mixed = 0) {
-    nkpMP3SideInfo si{};
-    si.part23Length = 4095, si.bigValues = big_values, si.windowSwitching = ws, si.blockType = bt;
-    si.mixedBlock = mixed, si.region0Count = r0, si.region1Count = r1;
-    si.tableSelect[0] = t0, si.tableSelect[1] = t1, si.tableSelect[2] = t2;
-    return si;
-}
 
 struct Result {
     nkpStatus status;
@@ -64,7 +31,7 @@ struct Result {
 
 // Decodes w's bits placed `lead` bits into a buffer with room behind them.
 Result run(Variant v, const BitWriter& w, const nkpMP3SideInfo& si, const nkpMP3FrameHeader& h, int huf_bits,
-           const Tables& t = standard_tables(), int lead = 0) {
+           const Mp3Tables& t = mp3_standard_tables(), int lead = 0) {
     BitWriter all;
     all.put(0x5A, lead);
     for (uint8_t b : w.bytes()) all.put(b, 8);
@@ -103,7 +70,7 @@ class HuffmanRegions : public ::testing::TestWithParam<RegionCase> {};
 
 TEST_P(HuffmanRegions, EndWhereTheRulesSay) {
     const RegionCase& c = GetParam();
-    Tables t = standard_tables(c.mixed_steps);
+    Mp3Tables t = mp3_standard_tables(c.mixed_steps);
     if (c.custom_table) {
         const nkp16s shifted[14] = {2, 6, 10, 16, 20, 26, 34, 44, 56, 70, 88, 110, 140, 192};
         for (int r = 0; r < 6; ++r) {
@@ -115,7 +82,7 @@ TEST_P(HuffmanRegions, EndWhereTheRulesSay) {
     BitWriter w;
     ones(w, c.e0);
     ones(w, big - c.e1);
-    const Result r = run(c.variant, w, c.si, header(c.id, c.sfi), static_cast<int>(w.bit_count()), t);
+    const Result r = run(c.variant, w, c.si, mp3_header(c.id, c.sfi), static_cast<int>(w.bit_count()), t);
     ASSERT_EQ(r.status, nkpStatusOk);
     EXPECT_EQ(r.moved, static_cast<long>(w.bit_count()));
     std::vector<nkp32s> want(576, 0);
@@ -124,8 +91,8 @@ TEST_P(HuffmanRegions, EndWhereTheRulesSay) {
     EXPECT_EQ(r.lines, want);
 }
 
-const nkpMP3SideInfo kStart = granule(288, 1, 0, 0, 7, 13, 1, 1), kShort = granule(288, 1, 0, 0, 8, 12, 1, 2),
-                     kMixed = granule(288, 1, 0, 0, 7, 13, 1, 2, 1), kStop = granule(288, 1, 0, 0, 7, 13, 1, 3);
+const nkpMP3SideInfo kStart = mp3_granule(288, 1, 0, 0, 7, 13, 1, 1), kShort = mp3_granule(288, 1, 0, 0, 8, 12, 1, 2),
+                     kMixed = mp3_granule(288, 1, 0, 0, 7, 13, 1, 2, 1), kStop = mp3_granule(288, 1, 0, 0, 7, 13, 1, 3);
 const RegionCase kRegionCases[] = {
     {"plain_mpeg1_start_36", kPlain, 1, 0, kStart, 0, false, 36, 576},
     {"plain_mpeg1_short_36", kPlain, 1, 1, kShort, 0, false, 36, 576},
@@ -142,12 +109,12 @@ const RegionCase kRegionCases[] = {
     {"mbp_mixed_0_steps", kMbp, 1, 0, kMixed, 0, false, 36, 576},
     {"mbp_mixed_3_steps", kMbp, 1, 0, kMixed, 3, false, 36 + 4 + 4 + 6, 576},
     {"mbp_mixed_6_steps", kMbp, 1, 0, kMixed, 6, false, 36 + 4 + 4 + 6 + 6 + 6 + 8, 576},
-    {"long_mpeg1_44k", kPlain, 1, 0, granule(100, 1, 0, 1, 2, 3), 0, false, 12, 30},
-    {"long_lsf_24k", kPlain, 0, 1, granule(200, 1, 0, 1, 7, 7), 0, false, 54, 232},
-    {"long_mpeg1_32k_last_bands", kPlain, 1, 2, granule(288, 1, 0, 1, 10, 9), 0, false, 66, 550},
-    {"long_capped_by_big_values", kPlain, 1, 0, granule(10, 1, 0, 1, 7, 7), 0, false, 20, 20},
-    {"long_sfb_caller_table", kSfb, 1, 1, granule(200, 1, 0, 1, 3, 4), 0, true, 104, 234},
-    {"long_mbp_ignores_block_type", kMbp, 0, 2, granule(200, 1, 0, 1, 3, 4, 0, 2), 0, true, 104, 234},
+    {"long_mpeg1_44k", kPlain, 1, 0, mp3_granule(100, 1, 0, 1, 2, 3), 0, false, 12, 30},
+    {"long_lsf_24k", kPlain, 0, 1, mp3_granule(200, 1, 0, 1, 7, 7), 0, false, 54, 232},
+    {"long_mpeg1_32k_last_bands", kPlain, 1, 2, mp3_granule(288, 1, 0, 1, 10, 9), 0, false, 66, 550},
+    {"long_capped_by_big_values", kPlain, 1, 0, mp3_granule(10, 1, 0, 1, 7, 7), 0, false, 20, 20},
+    {"long_sfb_caller_table", kSfb, 1, 1, mp3_granule(200, 1, 0, 1, 3, 4), 0, true, 104, 234},
+    {"long_mbp_ignores_block_type", kMbp, 0, 2, mp3_granule(200, 1, 0, 1, 3, 4, 0, 2), 0, true, 104, 234},
 };
 
 INSTANTIATE_TEST_SUITE_P(Mp3, HuffmanRegions, ::testing::ValuesIn(kRegionCases),
@@ -161,7 +128,7 @@ TEST(HuffmanValues, LinbitsEscapesAndSigns) {
     w.code(t16_15_15).put(1, 1).put(0, 1).put(0, 1).put(1, 1).code(t16_0_15).put(0, 2);
     w.code(t16_15_0).put(8191, 13).put(1, 1).code(t16_00);
     w.code(t24_15_15).put(9, 4).put(1, 1).put(15, 4).put(0, 1).code(t24_00);
-    const Result r = run(kPlain, w, granule(6, 16, 23, 24, 0, 0), header(1, 0), static_cast<int>(w.bit_count()));
+    const Result r = run(kPlain, w, mp3_granule(6, 16, 23, 24, 0, 0), mp3_header(1, 0), static_cast<int>(w.bit_count()));
     ASSERT_EQ(r.status, nkpStatusOk);
     EXPECT_EQ(std::vector<nkp32s>(r.lines.begin(), r.lines.begin() + 12),
               (std::vector<nkp32s>{16, -15, 0, 15, -8206, 0, 0, 0, -24, 30, 0, 0}));
@@ -173,7 +140,7 @@ TEST(HuffmanValues, Tables0And4And14ReadNothing) {
     for (int t : {0, 4, 14}) {
         BitWriter w;
         w.code(qa_1111).code("0000");  // one quadruple after 40 big-values lines
-        const Result r = run(kPlain, w, granule(20, t, t, t, 1, 1), header(1, 0), 10);
+        const Result r = run(kPlain, w, mp3_granule(20, t, t, t, 1, 1), mp3_header(1, 0), 10);
         std::vector<nkp32s> want(576, 0);
         std::fill(want.begin() + 40, want.begin() + 44, 1);
         EXPECT_EQ(r.lines, want) << t;
@@ -200,9 +167,9 @@ TEST_P(HuffmanCount1, DecodesUntilTheBudgetEndsAndStopsTheCursorThere) {
         ones(w, 2 * c.big_values);
         for (const std::string& s : c.bits) w.code(s.c_str());
         const int huf = c.huf_bits < 0 ? static_cast<int>(w.bit_count()) : c.huf_bits;
-        nkpMP3SideInfo si = granule(c.big_values, 1, 1, 1);
+        nkpMP3SideInfo si = mp3_granule(c.big_values, 1, 1, 1);
         si.count1TableSelect = c.table;
-        const Result r = run(kPlain, w, si, header(1, 0), huf, standard_tables(), lead);
+        const Result r = run(kPlain, w, si, mp3_header(1, 0), huf, mp3_standard_tables(), lead);
         ASSERT_EQ(r.status, nkpStatusOk);
         EXPECT_EQ(r.moved, huf);
         std::vector<nkp32s> want(576, 0);
@@ -232,7 +199,7 @@ INSTANTIATE_TEST_SUITE_P(Mp3, HuffmanCount1, ::testing::ValuesIn(kCount1Cases),
 TEST(HuffmanBudget, NegativeBudgetLeavesTheCursorAfterTheBigValues) {
     BitWriter w;
     ones(w, 8);  // 20 bits
-    const Result r = run(kPlain, w, granule(4, 1, 1, 1), header(1, 0), 19);
+    const Result r = run(kPlain, w, mp3_granule(4, 1, 1, 1), mp3_header(1, 0), 19);
     EXPECT_EQ(r.status, nkpStatusDataError);
     EXPECT_EQ(r.moved, 20);
     EXPECT_EQ(std::vector<nkp32s>(r.lines.begin(), r.lines.begin() + 9),
@@ -244,7 +211,7 @@ TEST(HuffmanBudget, ZeroBitsGiveZerosWithoutMovingOrCheckingTables) {
     BitWriter w;
     w.put(0xFFFFFFFF, 32);
     for (Variant v : {kPlain, kSfb, kMbp}) {
-        const Result r = run(v, w, granule(100, 1, 40, 3), header(1, 0), 0, standard_tables(), 5);
+        const Result r = run(v, w, mp3_granule(100, 1, 40, 3), mp3_header(1, 0), 0, mp3_standard_tables(), 5);
         EXPECT_EQ(r.status, nkpStatusOk);
         EXPECT_EQ(r.moved, 0);
         EXPECT_EQ(r.lines, std::vector<nkp32s>(576, 0));
@@ -255,111 +222,14 @@ TEST(HuffmanBudget, ZeroBitsGiveZerosWithoutMovingOrCheckingTables) {
 TEST(HuffmanBudget, BadTableStopsBeforeItsRegion) {
     BitWriter w;
     ones(w, 12);
-    const Result r = run(kPlain, w, granule(20, 1, 32, 1, 2, 2), header(1, 0), 500);  // region 0: 12 lines
+    const Result r = run(kPlain, w, mp3_granule(20, 1, 32, 1, 2, 2), mp3_header(1, 0), 500);  // region 0: 12 lines
     EXPECT_EQ(r.status, nkpStatusBadMP3SideInfo);
     EXPECT_EQ(r.lines[11], 1);
     EXPECT_EQ(r.lines[12], 0x1234);
     // An empty region 2 is checked too; with window switching there is none.
-    EXPECT_EQ(run(kPlain, w, granule(6, 1, 1, 99, 2, 2), header(1, 0), 500).status, nkpStatusBadMP3SideInfo);
-    nkpMP3SideInfo si = granule(6, 1, 1, 99, 8, 12, 1, 2);
-    EXPECT_EQ(run(kPlain, w, si, header(1, 0), 30).status, nkpStatusOk);
-}
-
-struct Fault {
-    const char* name;
-    std::function<void(nkpMP3SideInfo&, nkpMP3FrameHeader&, int& offset, int& huf_bits)> apply;
-    nkpStatus plain;  // nkpsHuffmanDecode and nkpsHuffmanDecodeSfb
-    nkpStatus mbp;
-};
-
-using S = nkpMP3SideInfo;
-using H = nkpMP3FrameHeader;
-const Fault kFaults[] = {
-    {"offset_8", [](S&, H&, int& o, int&) { o = 8; }, nkpStatusOutOfRange, nkpStatusOutOfRange},
-    {"offset_negative", [](S&, H&, int& o, int&) { o = -1; }, nkpStatusOutOfRange, nkpStatusOutOfRange},
-    {"huf_bits_negative", [](S&, H&, int&, int& n) { n = -1; }, nkpStatusOutOfRange, nkpStatusBadMP3SideInfo},
-    {"huf_bits_over_part", [](S& s, H&, int&, int& n) { n = s.part23Length + 1; }, nkpStatusOutOfRange,
-     nkpStatusBadMP3SideInfo},
-    {"offset_before_side_info", [](S& s, H&, int& o, int&) { o = 9, s.bigValues = 289; }, nkpStatusOutOfRange,
-     nkpStatusOutOfRange},
-    {"big_values_289", [](S& s, H&, int&, int&) { s.bigValues = 289; }, nkpStatusBadMP3SideInfo,
-     nkpStatusBadMP3SideInfo},
-    {"big_values_before_id", [](S& s, H& h, int&, int&) { s.bigValues = 289, h.id = 2; }, nkpStatusBadMP3SideInfo,
-     nkpStatusBadMP3FrameHeader},
-    {"huf_bits_before_id", [](S&, H& h, int&, int& n) { n = -1, h.id = 2; }, nkpStatusOutOfRange,
-     nkpStatusBadMP3FrameHeader},
-    {"block_type_4", [](S& s, H&, int&, int&) { s.blockType = 4; }, nkpStatusBadMP3SideInfo,
-     nkpStatusBadMP3SideInfo},
-    {"window_switching_2", [](S& s, H&, int&, int&) { s.windowSwitching = 2; }, nkpStatusBadMP3SideInfo,
-     nkpStatusBadMP3SideInfo},
-    {"count1_table_2", [](S& s, H&, int&, int&) { s.count1TableSelect = 2; }, nkpStatusBadMP3SideInfo,
-     nkpStatusBadMP3SideInfo},
-    {"count1_before_sampling_index", [](S& s, H& h, int&, int&) { s.count1TableSelect = 2, h.samplingFreqIndex = 3; },
-     nkpStatusBadMP3SideInfo, nkpStatusBadMP3FrameHeader},
-    {"layer_2", [](S&, H& h, int&, int&) { h.layer = 2; }, nkpStatusBadMP3FrameHeader, nkpStatusBadMP3FrameHeader},
-    {"switched_block_type_0", [](S& s, H&, int&, int&) { s.windowSwitching = 1, s.blockType = 0; },
-     nkpStatusBadMP3SideInfo, nkpStatusBadMP3SideInfo},
-    {"block_type_0_before_layer", [](S& s, H& h, int&, int&) { s.windowSwitching = 1, s.blockType = 0, h.layer = 3; },
-     nkpStatusBadMP3FrameHeader, nkpStatusBadMP3SideInfo},
-    {"region_counts_sum_21", [](S& s, H&, int&, int&) { s.region0Count = 15, s.region1Count = 6; },
-     nkpStatusBadMP3SideInfo, nkpStatusBadMP3SideInfo},
-    {"region_count_negative", [](S& s, H&, int&, int&) { s.region1Count = -1; }, nkpStatusBadMP3SideInfo,
-     nkpStatusBadMP3SideInfo},
-    {"region_counts_sum_20", [](S& s, H&, int&, int&) { s.region0Count = 15, s.region1Count = 5; }, nkpStatusOk,
-     nkpStatusOk},
-    {"switched_ignores_region_counts",
-     [](S& s, H&, int&, int&) { s.windowSwitching = 1, s.blockType = 2, s.region0Count = 30; }, nkpStatusOk,
-     nkpStatusOk},
-};
-
-class HuffmanChecks : public ::testing::TestWithParam<Fault> {};
-
-TEST_P(HuffmanChecks, FirstFailingCheckDecidesAndNothingMoves) {
-    const Fault& f = GetParam();
-    nkpMP3SideInfo si = granule(2, 1, 1, 1, 0, 0);
-    si.part23Length = 20;
-    nkpMP3FrameHeader h = header(1, 0);
-    int offset = 0, huf_bits = 10;
-    f.apply(si, h, offset, huf_bits);
-    std::vector<uint8_t> bytes(2048, 0x80);
-    nkp32s lines[576];
-    int bound;
-    static const Tables t = standard_tables();
-    for (int v = 0; v < 3; ++v) {
-        nkp8u* p = bytes.data();
-        int o = offset;
-        const nkpStatus st =
-            v == 0   ? nkpsHuffmanDecode_MP3_1u32s(&p, &o, lines, &bound, &si, &h, huf_bits)
-            : v == 1 ? nkpsHuffmanDecodeSfb_MP3_1u32s(&p, &o, lines, &bound, &si, &h, huf_bits, t.lng)
-                     : nkpsHuffmanDecodeSfbMbp_MP3_1u32s(&p, &o, lines, &bound, &si, &h, huf_bits, t.lng, t.shrt,
-                                                         t.mixed);
-        EXPECT_EQ(st, v == 2 ? f.mbp : f.plain) << "variant " << v;
-        if (st != nkpStatusOk) EXPECT_TRUE(p == bytes.data() && o == offset);
-    }
-}
-
-INSTANTIATE_TEST_SUITE_P(Mp3, HuffmanChecks, ::testing::ValuesIn(kFaults),
-                         [](const auto& info) { return std::string(info.param.name); });
-
-TEST(HuffmanChecks, NullPointersComeFirst) {
-    std::vector<uint8_t> bytes(64, 0);
-    nkp8u *p = bytes.data(), *none = nullptr;
-    int offset = 9, bound;  // a bad offset too
-    nkp32s lines[576];
-    const nkpMP3SideInfo si = granule(0, 0, 0, 0);
-    const nkpMP3FrameHeader h = header(1, 0);
-    for (int missing = 0; missing < 7; ++missing) {
-        nkp8u** pp = missing == 0 ? nullptr : missing == 1 ? &none : &p;
-        int* po = missing == 2 ? nullptr : &offset;
-        nkp32s* pl = missing == 3 ? nullptr : lines;
-        int* pb = missing == 4 ? nullptr : &bound;
-        const nkpMP3SideInfo* ps = missing == 5 ? nullptr : &si;
-        const nkpMP3FrameHeader* ph = missing == 6 ? nullptr : &h;
-        EXPECT_EQ(nkpsHuffmanDecode_MP3_1u32s(pp, po, pl, pb, ps, ph, 0), nkpStatusNullPointer) << missing;
-        EXPECT_EQ(nkpsHuffmanDecodeSfb_MP3_1u32s(pp, po, pl, pb, ps, ph, 0, nullptr), nkpStatusNullPointer);
-        EXPECT_EQ(nkpsHuffmanDecodeSfbMbp_MP3_1u32s(pp, po, pl, pb, ps, ph, 0, nullptr, nullptr, nullptr),
-                  nkpStatusNullPointer);
-    }
+    EXPECT_EQ(run(kPlain, w, mp3_granule(6, 1, 1, 99, 2, 2), mp3_header(1, 0), 500).status, nkpStatusBadMP3SideInfo);
+    nkpMP3SideInfo si = mp3_granule(6, 1, 1, 99, 8, 12, 1, 2);
+    EXPECT_EQ(run(kPlain, w, si, mp3_header(1, 0), 30).status, nkpStatusOk);
 }
 
 // Random side information over random bytes ends in a status or in values,
@@ -369,14 +239,14 @@ TEST(HuffmanRobustness, RandomSideInformationOverRandomBytes) {
     uint32_t seed = 12345;
     auto next = [&seed] { return (seed = seed * 1664525u + 1013904223u) >> 8; };
     std::vector<uint8_t> bytes(1700 + 16);
-    static const Tables t = standard_tables();
+    static const Mp3Tables t = mp3_standard_tables();
     for (int iter = 0; iter < 3000; ++iter) {
         for (auto& b : bytes) b = static_cast<uint8_t>(next());
-        nkpMP3SideInfo si = granule(next() % 289, next() % 32, next() % 32, next() % 32, next() % 16, next() % 5,
+        nkpMP3SideInfo si = mp3_granule(next() % 289, next() % 32, next() % 32, next() % 32, next() % 16, next() % 5,
                                     next() % 2, 1 + next() % 3, next() % 2);
         si.part23Length = next() % 4096;
         si.count1TableSelect = next() % 2;
-        const nkpMP3FrameHeader h = header(next() % 2, next() % 3);
+        const nkpMP3FrameHeader h = mp3_header(next() % 2, next() % 3);
         const int huf = static_cast<int>(next() % (si.part23Length + 1));
         nkp32s lines[576];
         int bound;

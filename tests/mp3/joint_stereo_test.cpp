@@ -1,7 +1,6 @@
 // Joint stereo: M/S, MPEG-1 and LSF intensity stereo with illegal
-// positions, per-window intensity in short blocks, and statuses.
-#include "frame/exports.h"
-#include "mp3/tables.h"
+// positions, per-window intensity in short blocks.
+#include "mp3/mp3_test_util.h"
 
 #include <gtest/gtest.h>
 
@@ -13,15 +12,7 @@ namespace {
 
 constexpr double kPi = 3.14159265358979323846;
 
-nkpMP3FrameHeader header(int id, int mode_ext) {
-    nkpMP3FrameHeader h{};
-    h.id = id;
-    h.layer = 1;
-    h.samplingFreqIndex = 0;
-    h.mode = 1;
-    h.modeExtension = mode_ext;
-    return h;
-}
+nkpMP3FrameHeader header(int id, int mode_ext) { return nkptest::mp3_header(id, 0, 1, mode_ext); }
 
 struct Granule {
     std::vector<int32_t> xr = std::vector<int32_t>(1152, 0);
@@ -63,18 +54,6 @@ TEST(JointStereo, MidSideOverBothBounds) {
     }
     EXPECT_EQ(g.nz[0], 300);
     EXPECT_EQ(g.nz[1], 300);
-}
-
-TEST(JointStereo, OtherModesLeaveTheSpectraAlone) {
-    for (int mode : {0, 2, 3}) {
-        Granule g;
-        for (int i = 0; i < 1152; ++i) g.xr[i] = i * 7 - 3000;
-        const std::vector<int32_t> in = g.xr;
-        nkpMP3FrameHeader h = header(1, 3);
-        h.mode = mode;
-        ASSERT_EQ(nkpsJointStereo_MP3_32s_I(g.xr.data(), g.nz, g.sf, g.si, &h), nkpStatusOk);
-        EXPECT_EQ(g.xr, in) << "mode " << mode;
-    }
 }
 
 // MPEG-1 long block: the right channel is coded up to line 100 (band 13 at
@@ -172,46 +151,6 @@ TEST(JointStereo, ShortBlocksDecidePerWindow) {
                     EXPECT_EQ(g.right()[i], in[576 + i]);
                 }
             }
-}
-
-TEST(JointStereo, StatusesInCheckingOrder) {
-    Granule g;
-    const nkpMP3FrameHeader good = header(1, 3);
-    nkpMP3FrameHeader bad_ext = header(1, 4);
-    nkpMP3FrameHeader bad_id = header(3, 1);
-    nkpMP3SideInfo bad_si[2]{};
-    bad_si[1].blockType = 5;
-    nkpMP3SideInfo bad_sfc[2]{};
-    bad_sfc[0].scalefacCompress = 512;
-    int bad_nz[2] = {0, 600};
-    struct Case {
-        const char* name;
-        int32_t* x;
-        int* nz;
-        const int8_t* sf;
-        const nkpMP3SideInfo* s;
-        const nkpMP3FrameHeader* h;
-        nkpStatus expect;
-    } cases[] = {
-        {"null spectra", nullptr, g.nz, g.sf, g.si, &good, nkpStatusNullPointer},
-        {"null bounds", g.xr.data(), nullptr, g.sf, g.si, &good, nkpStatusNullPointer},
-        {"null scale factors", g.xr.data(), g.nz, nullptr, g.si, &good, nkpStatusNullPointer},
-        {"null side info", g.xr.data(), g.nz, g.sf, nullptr, &good, nkpStatusNullPointer},
-        {"null header", g.xr.data(), bad_nz, g.sf, g.si, nullptr, nkpStatusNullPointer},
-        {"bound 600, bad side info", g.xr.data(), bad_nz, g.sf, bad_si, &good, nkpStatusOutOfRange},
-        {"block type 5, bad header", g.xr.data(), g.nz, g.sf, bad_si, &bad_ext, nkpStatusBadMP3SideInfo},
-        {"scalefacCompress 512", g.xr.data(), g.nz, g.sf, bad_sfc, &good, nkpStatusBadMP3SideInfo},
-        {"mode extension 4", g.xr.data(), g.nz, g.sf, g.si, &bad_ext, nkpStatusBadMP3FrameHeader},
-        {"id 3", g.xr.data(), g.nz, g.sf, g.si, &bad_id, nkpStatusBadMP3FrameHeader},
-    };
-    for (const Case& c : cases) {
-        const std::vector<int32_t> before = g.xr;
-        EXPECT_EQ(nkpsJointStereo_MP3_32s_I(c.x, c.nz, c.sf, c.s, c.h), c.expect) << c.name;
-        EXPECT_EQ(g.xr, before) << c.name;
-    }
-    std::vector<int16_t> table(6 * 23, 0);
-    EXPECT_EQ(nkpsJointStereoSfb_MP3_32s_I(g.xr.data(), g.nz, g.sf, g.si, &good, nullptr, table.data()),
-              nkpStatusNullPointer);
 }
 
 }  // namespace

@@ -1,7 +1,7 @@
 // Scale factors: pack-then-unpack round trips over the MPEG-1 and LSF
 // layouts with hand-counted bit totals, scfsi reuse, the LSF preflag and
 // intensity-stereo rules, the reader/writer difference on mixedBlock, and
-// the checks.
+// the reader's slack.
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -9,15 +9,11 @@
 #include <vector>
 
 #include "common/guarded_buffer.h"
-#include "nkpac.h"
+#include "mp3/mp3_test_util.h"
 
 namespace {
 
-nkpMP3FrameHeader header(int id, int mode_extension) {
-    nkpMP3FrameHeader h{};
-    h.id = id, h.layer = 1, h.mode = 1, h.modeExtension = mode_extension;
-    return h;
-}
+nkpMP3FrameHeader header(int id, int mode_extension) { return nkptest::mp3_header(id, 0, 1, mode_extension); }
 
 nkpMP3SideInfo granule(int compress, int block_type, int mixed) {
     nkpMP3SideInfo si{};
@@ -26,7 +22,7 @@ nkpMP3SideInfo granule(int compress, int block_type, int mixed) {
     return si;
 }
 
-uint32_t lcg(uint32_t& s) { return (s = s * 1664525u + 1013904223u) >> 8; }
+using nkptest::lcg;
 
 struct Layout {
     const char* name;
@@ -147,66 +143,6 @@ TEST(ScaleFactors, MixedFlagIsMaskedByTheReaderButNotByTheWriter) {
     ASSERT_EQ(nkpsUnpackScaleFactors_MP3_1u8s(&p, &offset, sf, &si, scfsi, &h, 0, 0), nkpStatusOk);
     EXPECT_EQ((p - bytes.data()) * 8 + offset, 6 * 4 + 9 * 4 + 9 * 3 + 9 * 3);
     EXPECT_EQ(si.mixedBlock, 1);
-}
-
-struct Fault {
-    const char* name;
-    int id, compress, mode_extension, offset, granule, channel;
-    nkpStatus unpack, pack;
-};
-
-class ScaleFactorChecks : public ::testing::TestWithParam<Fault> {};
-
-TEST_P(ScaleFactorChecks, FirstFailingCheckDecides) {
-    const Fault& c = GetParam();
-    const nkpMP3FrameHeader h = header(c.id, c.mode_extension);
-    nkpMP3SideInfo si = granule(c.compress, 0, 0);
-    int scfsi[4] = {};
-    nkp8s sf[40] = {};
-    std::vector<uint8_t> bytes(64, 0);
-    nkp8u* p = bytes.data();
-    int offset = c.offset;
-    EXPECT_EQ(nkpsUnpackScaleFactors_MP3_1u8s(&p, &offset, sf, &si, scfsi, &h, c.granule, c.channel), c.unpack);
-    if (c.unpack != nkpStatusOk) EXPECT_EQ(p, bytes.data());
-    p = bytes.data(), offset = c.offset;
-    EXPECT_EQ(nkpsPackScaleFactors_MP3_8s1u(sf, &p, &offset, &h, &si, scfsi, c.granule, c.channel), c.pack);
-}
-
-// The writer checks no offset, granule or channel.
-const Fault kFaults[] = {
-    {"offset_8", 1, 0, 0, 8, 0, 0, nkpStatusOutOfRange, nkpStatusOk},
-    {"offset_negative", 1, 0, 0, -1, 0, 0, nkpStatusOutOfRange, nkpStatusOk},
-    {"granule_2", 1, 0, 0, 0, 2, 0, nkpStatusOutOfRange, nkpStatusOk},
-    {"channel_before_compress", 1, 16, 0, 0, 0, 2, nkpStatusOutOfRange, nkpStatusBadMP3SideInfo},
-    {"mpeg1_compress_16", 1, 16, 0, 0, 0, 0, nkpStatusBadMP3SideInfo, nkpStatusBadMP3SideInfo},
-    {"mpeg1_compress_negative", 1, -1, 0, 0, 0, 0, nkpStatusBadMP3SideInfo, nkpStatusBadMP3SideInfo},
-    {"mpeg1_ignores_mode_extension", 1, 15, 9, 0, 0, 0, nkpStatusOk, nkpStatusOk},
-    {"lsf_compress_512", 0, 512, 0, 0, 0, 0, nkpStatusBadMP3SideInfo, nkpStatusBadMP3SideInfo},
-    {"lsf_compress_before_mode_extension", 0, -5, 4, 0, 0, 0, nkpStatusBadMP3SideInfo, nkpStatusBadMP3SideInfo},
-    {"lsf_mode_extension_4", 0, 511, 4, 0, 0, 0, nkpStatusBadMP3FrameHeader, nkpStatusBadMP3FrameHeader},
-    {"id_2_reads_as_lsf", 2, 300, 0, 0, 0, 0, nkpStatusOk, nkpStatusOk},
-};
-
-INSTANTIATE_TEST_SUITE_P(Mp3, ScaleFactorChecks, ::testing::ValuesIn(kFaults),
-                         [](const auto& info) { return std::string(info.param.name); });
-
-TEST(ScaleFactorChecks, NullPointersComeFirst) {
-    const nkpMP3FrameHeader h = header(1, 0);
-    nkpMP3SideInfo si = granule(0, 0, 0);
-    int scfsi[4] = {}, offset = 9;  // a bad offset too
-    nkp8s sf[40];
-    uint8_t bytes[8] = {};
-    nkp8u *p = bytes, *none = nullptr;
-    for (int missing = 0; missing < 7; ++missing) {
-        nkp8u** pp = missing == 0 ? nullptr : missing == 1 ? &none : &p;
-        int* po = missing == 2 ? nullptr : &offset;
-        nkp8s* ps = missing == 3 ? nullptr : sf;
-        nkpMP3SideInfo* pi = missing == 4 ? nullptr : &si;
-        const int* pf = missing == 5 ? nullptr : scfsi;
-        const nkpMP3FrameHeader* ph = missing == 6 ? nullptr : &h;
-        EXPECT_EQ(nkpsUnpackScaleFactors_MP3_1u8s(pp, po, ps, pi, pf, ph, 0, 0), nkpStatusNullPointer) << missing;
-        EXPECT_EQ(nkpsPackScaleFactors_MP3_8s1u(ps, pp, po, ph, pi, pf, 0, 0), nkpStatusNullPointer) << missing;
-    }
 }
 
 #if !defined(_WIN32)

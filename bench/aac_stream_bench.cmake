@@ -1,0 +1,16 @@
+# Whole-stream AAC decoders for scale: FAAD2 (Debian libfaad-dev, no
+# pkg-config file) and libavcodec.
+find_library(NKPAC_FAAD_LIBRARY faad)
+find_path(NKPAC_FAAD_INCLUDE neaacdec.h)
+if(NKPAC_FAAD_LIBRARY AND NKPAC_FAAD_INCLUDE)
+  target_include_directories(nkpac_${name} PRIVATE ${NKPAC_FAAD_INCLUDE})
+  target_link_libraries(nkpac_${name} PRIVATE ${NKPAC_FAAD_LIBRARY})
+  target_compile_definitions(nkpac_${name} PRIVATE NKPAC_HAVE_FAAD)
+endif()
+if(PkgConfig_FOUND)
+  pkg_check_modules(NKPAC_AVCODEC IMPORTED_TARGET libavcodec libavutil)
+  if(NKPAC_AVCODEC_FOUND)
+    target_link_libraries(nkpac_${name} PRIVATE PkgConfig::NKPAC_AVCODEC)
+    target_compile_definitions(nkpac_${name} PRIVATE NKPAC_HAVE_AVCODEC)
+  endif()
+endif()
