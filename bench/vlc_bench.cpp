@@ -22,6 +22,12 @@ namespace {
 using namespace vlctest;
 using nkptest::BitWriter;
 
+Book standard_book(const std::string& name) {
+    for (const Book& b : standard_books())
+        if (b.name == name) return b;
+    std::abort();
+}
+
 // Magnitudes with a geometric distribution of the given mean.
 int magnitude(std::mt19937& rng, double mean) {
     std::exponential_distribution<double> d(1.0 / mean);
@@ -65,7 +71,7 @@ struct AacData {
 void BM_AacBook11TupleEsc(benchmark::State& state) {
     static const AacData data;
     const int path = static_cast<int>(state.range(0));
-    Decoder d(data.book, {static_cast<int32_t>(state.range(1)), 12}, path);
+    Decoder d(data.book, {static_cast<int32_t>(state.range(1)), 12}, 0, path);
     std::vector<nkp16s> out(2 * data.pairs);
     for (auto _ : state) {
         nkp8u* p = const_cast<nkp8u*>(data.stream.data());
@@ -101,7 +107,7 @@ struct Mp3Data {
 void BM_Mp3Table24TupleEsc(benchmark::State& state) {
     static const Mp3Data data;
     const int path = static_cast<int>(state.range(0));
-    Decoder d(data.book, {static_cast<int32_t>(state.range(1)), 12}, path);
+    Decoder d(data.book, {static_cast<int32_t>(state.range(1)), 12}, 0, path);
     std::vector<nkp16s> out(576);
     for (auto _ : state) {
         nkp8u* p = const_cast<nkp8u*>(data.stream.data());
@@ -156,7 +162,7 @@ struct ScaleFactorData {
 void BM_ScaleFactorDecodeBlock(benchmark::State& state) {
     static const ScaleFactorData data;
     const int path = static_cast<int>(state.range(0));
-    Decoder d(data.book, {8, 8, 8}, path);
+    Decoder d(data.book, {8, 8, 8}, 0, path);
     std::vector<nkp16s> out(data.values.size());
     for (auto _ : state) {
         nkp8u* p = const_cast<nkp8u*>(data.stream.data());
@@ -172,7 +178,7 @@ BENCHMARK(BM_ScaleFactorDecodeBlock)->Arg(0)->Arg(1);
 void BM_ScaleFactorEncodeBlock(benchmark::State& state) {
     static const ScaleFactorData data;
     const int path = static_cast<int>(state.range(0));
-    Encoder e(data.book.entries, path);
+    Encoder e(data.book.entries, 0, path);
     std::vector<uint8_t> out(data.stream.size() + 16);
     const int n = static_cast<int>(data.values.size());
     for (auto _ : state) {
@@ -188,7 +194,7 @@ BENCHMARK(BM_ScaleFactorEncodeBlock)->Arg(0)->Arg(1);
 void BM_ScaleFactorCountBits(benchmark::State& state) {
     static const ScaleFactorData data;
     const int path = static_cast<int>(state.range(0));
-    Encoder e(data.book.entries, path);
+    Encoder e(data.book.entries, 0, path);
     const int n = static_cast<int>(data.values.size());
     nkp32s bits = 0;
     for (auto _ : state) {
@@ -255,7 +261,7 @@ void BM_EscapeEncode(benchmark::State& state) {
     const bool aac = state.range(0) == 0;
     static const EscapeData aac_data(true), mp3_data(false);
     const EscapeData& data = aac ? aac_data : mp3_data;
-    Encoder e(data.book, 0);
+    Encoder e(data.book, 0, 0);
     std::vector<uint8_t> out(data.values.size() * 8);
     const int n = static_cast<int>(data.values.size());
     for (auto _ : state) {
@@ -274,7 +280,7 @@ void BM_EscapeCountBits(benchmark::State& state) {
     const bool aac = state.range(0) == 0;
     static const EscapeData aac_data(true), mp3_data(false);
     const EscapeData& data = aac ? aac_data : mp3_data;
-    Encoder e(data.book, 0);
+    Encoder e(data.book, 0, 0);
     const int n = static_cast<int>(data.values.size());
     nkp32s bits = 0;
     for (auto _ : state) {
