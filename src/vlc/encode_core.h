@@ -76,7 +76,8 @@ private:
 // the word leaves the bits after it at 1; a field that crosses into the next
 // word keeps that word's bits after it. The partial word stays in a register
 // until it is full or the writer finishes, which gives the same bytes as
-// writing each field with its own read-modify-write.
+// writing each field with its own read-modify-write. (The shared MP3
+// ByteWriter works byte by byte and clears what follows a field instead.)
 class WordWriter {
 public:
     // offset may lie outside 0..7: the cursor is offset bits after byte.
