@@ -133,10 +133,9 @@ struct EdgeRow {
     Book book;
     std::vector<int32_t> widths;
     Form form;
-    int linbits;
+    int linbits, count;  // count: values or tuples to decode
     const char* stream;  // bits
-    int count;
-    Result result;  // the first outputs
+    Result result;       // the first outputs
 };
 
 const Book kGap = ladder(2, {5, 6}, 0, 0, true), kGapTuple = ladder(2, {5, 6}, 1, 3, true);  // "00" is no code
@@ -147,28 +146,28 @@ const char* const kLadder8 = "1" "01" "001" "0001" "00001" "000001" "0000001" "0
 const EdgeRow kEdges[] = {
     // Patterns of no code: plain decoders give 0 and use the levels down to
     // the one where the pattern ends; tuple decoders refuse, cursor unmoved.
-    {"no_code_plain_one_level", kGap, {2}, Form::Block, 0, "00", 1, {nkpStatusOk, {0}, 2}},
-    {"no_code_plain_two_levels", kGap, {1, 1}, Form::Block, 0, "00", 1, {nkpStatusOk, {0}, 2}},
-    {"no_code_tuple", kGapTuple, {2}, Form::Block, 0, "1000", 2, {nkpStatusVlcError, {5, 0x5555}, 0}},
-    {"no_code_tuple_escape", kGapTuple, {1, 1}, Form::EscAac, 0, "00", 1, {nkpStatusVlcError, {0x5555}, 0}},
+    {"no_code_plain_one_level", kGap, {2}, Form::Block, 0, 1, "00", {nkpStatusOk, {0}, 2}},
+    {"no_code_plain_two_levels", kGap, {1, 1}, Form::Block, 0, 1, "00", {nkpStatusOk, {0}, 2}},
+    {"no_code_tuple", kGapTuple, {2}, Form::Block, 0, 2, "1000", {nkpStatusVlcError, {5, 0x5555}, 0}},
+    {"no_code_tuple_escape", kGapTuple, {1, 1}, Form::EscAac, 0, 1, "00", {nkpStatusVlcError, {0x5555}, 0}},
     // AAC escapes: eight one bits give 2^12 + w up to 8191; nine are an error
     // after which the values before stay and the cursor does not move.
-    {"aac_eight_ones", kEsc, {2}, Form::EscAac, 0, "1" "111111110" "111111111111" "00", 2,
+    {"aac_eight_ones", kEsc, {2}, Form::EscAac, 0, 2, "1" "111111110" "111111111111" "00",
      {nkpStatusOk, {8191, 3}, 24}},
-    {"aac_nine_ones", kEsc, {2}, Form::EscAac, 0, "00" "01" "1111111110", 2, {nkpStatusVlcError, {3, 0x5555}, 0}},
-    {"aac_odd_count", kEsc, {2}, Form::EscAac, 0, "00" "00" "00", 3, {nkpStatusOk, {3, 3, 0x5555}, 4}},
+    {"aac_nine_ones", kEsc, {2}, Form::EscAac, 0, 2, "00" "01" "1111111110", {nkpStatusVlcError, {3, 0x5555}, 0}},
+    {"aac_odd_count", kEsc, {2}, Form::EscAac, 0, 3, "00" "00" "00", {nkpStatusOk, {3, 3, 0x5555}, 4}},
     // Linbits outside the MP3 range: negative counts as 0; above 16 the low
     // 16 of the field are added.
-    {"linbits_negative", kLin, {2}, Form::EscMp3, -3, "1" "00", 2, {nkpStatusOk, {15, 0}, 3}},
-    {"linbits_20", kLin, {2}, Form::EscMp3, 20, "01" "11110000000000010010" "00", 2, {nkpStatusOk, {-33, 0}, 24}},
-    {"linbits_40", kLin, {2}, Form::EscMp3, 40, "1" "0001001000110100010101100000000000000111", 1,
+    {"linbits_negative", kLin, {2}, Form::EscMp3, -3, 2, "1" "00", {nkpStatusOk, {15, 0}, 3}},
+    {"linbits_20", kLin, {2}, Form::EscMp3, 20, 2, "01" "11110000000000010010" "00", {nkpStatusOk, {-33, 0}, 24}},
+    {"linbits_40", kLin, {2}, Form::EscMp3, 40, 1, "1" "0001001000110100010101100000000000000111",
      {nkpStatusOk, {22}, 41}},
     // The largest value 2^k where the value field holds k + 1 bits (tight
     // 1-byte entries: 3 value bits, 3 length bits): +8 goes through a
     // marker, for codes of up to two lengths; a third length decodes as -8.
-    {"tight_plus_8", ladder(8, {0, 1, 2, 3, 4, 5, 6, 7, 8}), {4, 4}, Form::Block, 0, kLadder8, 9,
+    {"tight_plus_8", ladder(8, {0, 1, 2, 3, 4, 5, 6, 7, 8}), {4, 4}, Form::Block, 0, 9, kLadder8,
      {nkpStatusOk, {0, 1, 2, 3, 4, 5, 6, 7, 8}, 44}},
-    {"tight_third_length", kTight, {4, 4}, Form::Block, 0, kLadder8, 9,
+    {"tight_third_length", kTight, {4, 4}, Form::Block, 0, 9, kLadder8,
      {nkpStatusOk, {-8, 8, 8, 3, 4, 5, 6, 7, -8}, 44}},
 };
 
@@ -194,46 +193,41 @@ struct WordRow {
     const char* name;
     const std::vector<Entry>& book;
     nkp16s value;
-    Bytes before;
-    int start, offset;  // cursor: byte index into the 8 bytes, bit offset
-    Bytes after;
-    int end, end_offset;
+    Bytes before, after;
+    int start, offset, end;  // the cursor: byte and offset it starts at, bit it ends at
 };
 
 const WordRow kWordRows[] = {
     // A code ending inside its word leaves the rest of the word at 1.
-    {"three_bits_fill_ones", kCode101, 0, kZero, 0, 0, {0xBF, 0xFF, 0xFF, 0xFF}, 0, 3},
+    {"three_bits_fill_ones", kCode101, 0, kZero, {0xBF, 0xFF, 0xFF, 0xFF}, 0, 0, 3},
     // Ending on the word boundary leaves the next word alone; crossing into
     // it keeps its bits after the code.
-    {"ends_on_word_boundary", kCode101, 0, kWords, 3, 5, {0x12, 0x34, 0x56, 0x7D, 0x9A, 0xBC, 0xDE, 0xF0}, 4, 0},
-    {"crossing_keeps_lower_bits", kCode10101, 0, kWords, 3, 5, {0x12, 0x34, 0x56, 0x7D, 0x5A, 0xBC, 0xDE, 0xF0}, 4, 2},
+    {"ends_on_word_boundary", kCode101, 0, kWords, {0x12, 0x34, 0x56, 0x7D, 0x9A, 0xBC, 0xDE, 0xF0}, 3, 5, 32},
+    {"crossing_keeps_lower_bits", kCode10101, 0, kWords, {0x12, 0x34, 0x56, 0x7D, 0x5A, 0xBC, 0xDE, 0xF0}, 3, 5, 34},
     // EncodeOne takes any offset: 9 means 9 bits after the byte pointer.
-    {"offset_9_one_only", kCode101, 0, kZero, 0, 9, {0x00, 0x5F, 0xFF, 0xFF}, 1, 4},
+    {"offset_9_one_only", kCode101, 0, kZero, {0x00, 0x5F, 0xFF, 0xFF}, 0, 9, 12},
     // Values the book lacks, values outside it and impossible lengths write
     // nothing.
-    {"value_not_in_book", kChoices, 6, kZero, 0, 5, kZero, 0, 5},
-    {"value_outside_range", kChoices, 100, kZero, 0, 0, kZero, 0, 0},
-    {"length_40_left_out", kChoices, 9, kZero, 0, 0, kZero, 0, 0},
+    {"value_not_in_book", kChoices, 6, kZero, kZero, 0, 5, 5},
+    {"value_outside_range", kChoices, 100, kZero, kZero, 0, 0, 0},
+    {"length_40_left_out", kChoices, 9, kZero, kZero, 0, 0, 0},
 };
 
 TEST(Vlc, WordBehaviourAndTableChoices) {
     for (const WordRow& r : kWordRows) {
         const Encoder e(r.book, 7);
-        // One, Block, and the MP3 escape form for values without escapes.
-        for (int form = 0; form < (r.offset > 7 ? 1 : r.value < 15 ? 3 : 2); ++form) {
+        for (Form f : {Form::One, Form::Block, Form::EscMp3}) {  // the last without escapes
+            if ((f != Form::One && r.offset > 7) || (f == Form::EscMp3 && r.value >= 15)) continue;
             alignas(4) Bytes buf = r.before;
             nkp8u* p = buf.data() + r.start;
             int off = r.offset;
-            const nkpStatus s = form == 0   ? nkpsVLCEncodeOne_16s1u(r.value, &p, &off, e.spec)
-                                : form == 1 ? nkpsVLCEncodeBlock_16s1u(&r.value, 1, &p, &off, e.spec)
-                                            : nkpsVLCEncodeEscBlock_MP3_16s1u(&r.value, 1, 4, &p, &off, e.spec);
-            ASSERT_EQ(s, nkpStatusOk) << r.name;
-            EXPECT_EQ(buf, r.after) << r.name << " form " << form;
-            EXPECT_EQ((p - buf.data()) * 8 + off, r.end * 8 + r.end_offset) << r.name;
+            ASSERT_EQ(encode_call(0, f, &r.value, 1, 4, &p, &off, e.spec), nkpStatusOk) << r.name;
+            EXPECT_EQ(buf, r.after) << r.name;
+            EXPECT_EQ((p - buf.data()) * 8 + off, r.end) << r.name;
         }
         nkp32s count = -1;
-        ASSERT_EQ(nkpsVLCCountBits_16s32s(&r.value, 1, &count, e.spec), nkpStatusOk);
-        EXPECT_EQ(count, (r.end - r.start) * 8 + r.end_offset - r.offset) << r.name;
+        ASSERT_EQ(encode_call(0, Form::Block, &r.value, 1, 0, nullptr, nullptr, e.spec, &count), nkpStatusOk);
+        EXPECT_EQ(count, r.end - r.start * 8 - r.offset) << r.name;
     }
 }
 
