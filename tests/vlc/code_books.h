@@ -139,7 +139,7 @@ inline std::vector<int32_t> random_widths(std::mt19937& rng, const std::vector<E
 
 // Objects made through code path `path` in buffers misaligned by `shift`:
 // GetSize's status and size, then Init's status (Init runs when GetSize
-// refuses too, into 64 bytes, and must refuse).
+// refuses too, into 128 bytes, and must refuse).
 struct Decoder {
     std::vector<uint8_t> storage;
     nkpsVLCDecodeSpec_32s* spec = nullptr;
@@ -150,7 +150,7 @@ struct Decoder {
         const int n = static_cast<int>(b.entries.size()), nw = static_cast<int>(w.size()), k = b.elements;
         sized = k ? nkpt_nkpsVLCDecodeUTupleGetSize_32s[path](e, n, w.data(), nw, k, b.element_bits, &size)
                   : nkpt_nkpsVLCDecodeGetSize_32s[path](e, n, w.data(), nw, &size);
-        storage.assign(static_cast<size_t>(sized ? 64 : size) + shift, 0xA5);
+        storage.assign(static_cast<size_t>(sized ? 128 : size) + shift, 0xA5);
         spec = reinterpret_cast<nkpsVLCDecodeSpec_32s*>(storage.data() + shift);
         status = k ? nkpt_nkpsVLCDecodeUTupleInit_32s[path](e, n, w.data(), nw, k, b.element_bits, spec)
                    : nkpt_nkpsVLCDecodeInit_32s[path](e, n, w.data(), nw, spec);
@@ -164,7 +164,7 @@ struct Encoder {
     nkpStatus sized, status;
     Encoder(const std::vector<Entry>& book, size_t shift = 0, int path = 0) {
         sized = nkpt_nkpsVLCEncodeGetSize_32s[path](book.data(), static_cast<int>(book.size()), &size);
-        storage.assign(static_cast<size_t>(sized ? 64 : size) + shift, 0x5A);
+        storage.assign(static_cast<size_t>(sized ? 128 : size) + shift, 0x5A);
         spec = reinterpret_cast<nkpsVLCEncodeSpec_32s*>(storage.data() + shift);
         status = nkpt_nkpsVLCEncodeInit_32s[path](book.data(), static_cast<int>(book.size()), spec);
     }
