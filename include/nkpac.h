@@ -596,6 +596,232 @@ NKPAC_API nkpStatus nkpsSynthesisFilter_MP3_32s16s(const nkp32s* pSrc, nkp16s* p
 
 /* ---- VLC: code-book decoding, encoding and bit counting ----------------- */
 /* NKPAC-SECTION vlc */
+/*
+ * Variable-length codes for any code book the caller describes: decoder
+ * tables (multi-level lookup tables), encoder tables (value -> length, code),
+ * decoding of single values, blocks and tuples with the AAC and MP3 escape
+ * rules, encoding, and bit counting.
+ *
+ * Code book: an array of nkpsVLCCodeEntry_32s. `code` holds the code word in
+ * its low `length` bits, first transmitted bit highest; bits above `length`
+ * are ignored. Code books are not checked for being prefix codes: where two
+ * codes are equal the later entry wins, and where a code is a prefix of a
+ * longer one, the longer code's link to its lower-level table wins the
+ * slots they share.
+ *
+ * ---- Decoder tables (nkpsVLCDecodeSpec_32s) ----
+ * One object type serves the plain decoders (one signed value per code) and
+ * the tuple decoders (one code carries several unsigned elements). It lives
+ * at the first 64-byte-aligned address inside the caller's buffer; every
+ * function takes the buffer's own address. Tag "`AMC" (0x434D4160).
+ *
+ * Sub-table widths (pSubTablesSizes, numSubTables): the width in bits of the
+ * first-level table, then of every second-level table, and so on. Levels are
+ * used until the widths add up to the longest code length L; the last used
+ * width is cut to reach L exactly, later widths are not looked at. A wide
+ * first level makes most codes one lookup.
+ *
+ * Size (GetSize): entries * entryBytes + 160, where entries = 2^w0 + 1 for
+ * the first level plus 2^wi + 1 for every lower-level table (one per distinct
+ * prefix, at the level above, of a longer code), and entryBytes is 1, 2 or 4:
+ *   valueBits  = smallest k with 2^k >= largest |value| (0 when that is <= 1)
+ *   lengthBits = smallest k with 2^k > largest used width
+ *   indexBits  = smallest k with 2^k - 1 >= entries + 1
+ *   need       = max(valueBits + lengthBits + 2, indexBits + 1)
+ *   entryBytes = 1 if need < 9, 2 if need < 17, else 4.
+ * The 160 bytes are the 64-byte object header, 63 bytes of alignment slack
+ * and 33 bytes of room after the table.
+ * A plain decoder returns the value modulo 2^16. Where the entries are
+ * exactly `need` bits wide, the value +2^valueBits does not fit an entry and
+ * its codes go through one of two spare entries after the table: a book
+ * that gives it codes of more than two different lengths decodes the codes
+ * of the further lengths as -2^valueBits.
+ *
+ * Checks of GetSize, Init and InitAlloc, in order:
+ *   nkpStatusNullPointer   pInputTable, pSubTablesSizes, or the output or
+ *                          buffer is NULL (InitAlloc: ppVLCSpec first);
+ *   nkpStatusVlcCodeLength the longest code is 0 (so also an entry count
+ *                          below 1) or above 32 bits, an entry's length is
+ *                          below 1, a width met before the widths reach L is
+ *                          below 1, or all widths together stay below L;
+ *   nkpStatusOutOfRange    the object would take more than 2^31 - 1 bytes.
+ * The tuple forms check in this order, on purpose: the pointers; then the
+ * code book, whose error is held back; numElements or numValueBits below 1
+ * (nkpStatusOutOfRange); then the held-back code-book error; then the size
+ * is computed and stored (GetSize); last, numElements * numValueBits +
+ * lengthBits + 1 above 32 gives nkpStatusOutOfRange, from GetSize with the
+ * size already stored. InitAlloc passes GetSize's status on, then
+ * nkpStatusNoMemory; a failed InitAlloc's output is unusable (see the object
+ * life cycle above). Free (both Free functions take either kind of decoder
+ * object): nkpStatusNullPointer, then nkpStatusWrongObject for a foreign
+ * tag; it releases only InitAlloc's buffers and keeps the tag.
+ *
+ * Reading: the decoders follow the cursor rule above. Keep the stream
+ * readable to the end of the aligned 32-bit word after the word that holds
+ * its last bit (8 bytes of slack after the data suffice); the aligned word
+ * holding the first bit is read from its start, up to 3 bytes before
+ * *ppBitStream, which is not checked for NULL.
+ *
+ * Plain decoders (One, Block, EscBlock_AAC, EscBlock_MP3) do not detect bit
+ * patterns that start no code: such a pattern decodes as 0 and consumes the
+ * widths of the table levels down to and including the one where it ends.
+ * Tuple decoders detect them and return nkpStatusVlcError.
+ *
+ * Checks of the One and Block forms (plain and tuple), in order:
+ * nkpStatusNullPointer for any pointer argument; nkpStatusVlcError for a bit
+ * offset outside 0..7, a count below 1 (Block) or a foreign tag. Escape
+ * blocks: nkpStatusNullPointer; nkpStatusBadBitOffset for an offset outside
+ * 0..7; nkpStatusWrongObject for a foreign tag. Their counts are not
+ * checked: a count below 1 decodes nothing and succeeds. A refused call
+ * leaves the cursor as it was. A data error (a bad escape; a pattern of no
+ * code in a tuple decoder) stops the call: the values decoded before it stay
+ * written and the cursor is left as it was.
+ *
+ * AAC escape (EscBlock_AAC): after a code that decodes to 16 or -16 (tuple
+ * forms: an element of 16) come k one bits, a 0 bit and k + 4 bits w; the
+ * magnitude is 2^(k+4) + w. More than eight one bits (a magnitude above
+ * 8191) is nkpStatusVlcError. The plain form decodes dstLen rounded down to
+ * an even number of values (dstLen 1 moves nothing); the tuple form decodes
+ * numTuples tuples.
+ * MP3 escape (EscBlock_MP3): after a code that decodes to 15 or -15 (tuple
+ * forms: an element of 15), linbits bits follow and are added to the
+ * magnitude. A negative linbits counts as 0; with linbits above 16 the
+ * escape still takes linbits bits, of which the low 16 are added.
+ *
+ * Tuple code books (UTuple): a value holds numElements unsigned elements of
+ * numValueBits bits each, the first element in the highest bits:
+ * value = (e0 << (b * (n - 1))) | (e1 << (b * (n - 2))) | ... | e(n-1).
+ * After the code word, each non-zero element has one sign bit, in element
+ * order (1 = negative). The AAC escape form reads all sign bits, then the
+ * escape sequences of the elements of 16 in element order (AAC spectral
+ * data); the MP3 form reads, per element, the linbits of an element of 15,
+ * then its sign bit (MP3 big values). Elements are written as signed 16-bit
+ * values, numElements per tuple. A tuple decoder given a plain object
+ * (numElements 0) consumes codes and writes nothing.
+ *
+ * ---- Encoder tables (nkpsVLCEncodeSpec_32s) ----
+ * A direct table from value to (length, code), 64-byte aligned in the
+ * caller's buffer; tag "_AMC". Size: range = largest - smallest value, k =
+ * the bit length of range + 1, size = (range + 2^k) * 4 + 132 bytes (2^k
+ * lengths and range + 1 codes of 4 bytes, the 64-byte object header, 63
+ * bytes of alignment slack and one spare byte). When a value occurs twice
+ * the earlier entry is kept. Entries whose length is outside 1..32 are left
+ * out. A value the code book does not hold (also any value outside its
+ * range) writes nothing and counts 0 bits.
+ * Checks: GetSize and Init: nkpStatusNullPointer, nkpStatusVlcError for an
+ * entry count below 1, nkpStatusOutOfRange when the size would pass
+ * 2^31 - 1 bytes; InitAlloc: nkpStatusNullPointer for ppVLCSpec, then as
+ * Init, then nkpStatusNoMemory. Free as for the decoder. Each encoding and
+ * counting function lists its checks below; a refused call writes nothing.
+ *
+ * Writing: every writer works on aligned big-endian 32-bit words. A code
+ * that ends inside its word rewrites the whole word: the bits before the
+ * cursor (also those of the up to 3 bytes before *ppBitStream) keep their
+ * values, the bits after the code become 1. A code that crosses into the
+ * next word keeps that word's bits after the code as they were. A code that
+ * ends on a word boundary leaves the next word untouched. So a stream written
+ * code after code is exact up to the cursor, and the buffer must be writable
+ * to the end of the aligned word holding the last bit written. Block forms
+ * give the same bytes as one call per code; an escape sequence or linbits
+ * field is written as one more code after its value's code.
+ * AAC escape writing: a magnitude m >= 16 is written as the code of 16 or
+ * -16, then N - 4 one bits, a 0 and m - 2^N in N bits, with 2^N <= m <
+ * 2^(N+1) (magnitudes above 8191 are written too, though the decoder refuses
+ * them). MP3: a magnitude m >= 15 is written as the code of 15 or -15, then
+ * m - 15 in linbits bits (negative linbits count as 0).
+ * Bit counts are the sums of code, escape and linbits lengths (at most
+ * 2^31 - 1).
+ */
+typedef struct {
+    nkp32s value;  /* the decoded value (tuple books: the packed elements) */
+    nkp32s code;   /* the code word in the low `length` bits */
+    nkp32s length; /* code length in bits, 1..32 */
+} nkpsVLCCodeEntry_32s;
+
+typedef struct nkpsVLCDecodeSpec_32s nkpsVLCDecodeSpec_32s;
+typedef struct nkpsVLCEncodeSpec_32s nkpsVLCEncodeSpec_32s;
+
+NKPAC_API nkpStatus nkpsVLCDecodeGetSize_32s(const nkpsVLCCodeEntry_32s* pInputTable, int inputTableSize,
+                                             const nkp32s* pSubTablesSizes, int numSubTables, nkp32s* pSize);
+NKPAC_API nkpStatus nkpsVLCDecodeInit_32s(const nkpsVLCCodeEntry_32s* pInputTable, int inputTableSize,
+                                          const nkp32s* pSubTablesSizes, int numSubTables,
+                                          nkpsVLCDecodeSpec_32s* pVLCSpec);
+NKPAC_API nkpStatus nkpsVLCDecodeInitAlloc_32s(const nkpsVLCCodeEntry_32s* pInputTable, int inputTableSize,
+                                               const nkp32s* pSubTablesSizes, int numSubTables,
+                                               nkpsVLCDecodeSpec_32s** ppVLCSpec);
+NKPAC_API nkpStatus nkpsVLCDecodeFree_32s(nkpsVLCDecodeSpec_32s* pVLCSpec);
+
+/* One value into *pDst. */
+NKPAC_API nkpStatus nkpsVLCDecodeOne_1u16s(nkp8u** ppBitStream, int* pBitOffset, nkp16s* pDst,
+                                           const nkpsVLCDecodeSpec_32s* pVLCSpec);
+/* dstLen values into pDst. */
+NKPAC_API nkpStatus nkpsVLCDecodeBlock_1u16s(nkp8u** ppBitStream, int* pBitOffset, nkp16s* pDst, int dstLen,
+                                             const nkpsVLCDecodeSpec_32s* pVLCSpec);
+NKPAC_API nkpStatus nkpsVLCDecodeEscBlock_AAC_1u16s(nkp8u** ppBitStream, int* pBitOffset, nkp16s* pDst,
+                                                    int dstLen, const nkpsVLCDecodeSpec_32s* pVLCSpec);
+NKPAC_API nkpStatus nkpsVLCDecodeEscBlock_MP3_1u16s(nkp8u** ppBitStream, int* pBitOffset, int linbits,
+                                                    nkp16s* pDst, int dstLen,
+                                                    const nkpsVLCDecodeSpec_32s* pVLCSpec);
+
+NKPAC_API nkpStatus nkpsVLCDecodeUTupleGetSize_32s(const nkpsVLCCodeEntry_32s* pInputTable, int inputTableSize,
+                                                   const nkp32s* pSubTablesSizes, int numSubTables,
+                                                   int numElements, int numValueBits, nkp32s* pSize);
+NKPAC_API nkpStatus nkpsVLCDecodeUTupleInit_32s(const nkpsVLCCodeEntry_32s* pInputTable, int inputTableSize,
+                                                const nkp32s* pSubTablesSizes, int numSubTables,
+                                                int numElements, int numValueBits,
+                                                nkpsVLCDecodeSpec_32s* pVLCSpec);
+NKPAC_API nkpStatus nkpsVLCDecodeUTupleInitAlloc_32s(const nkpsVLCCodeEntry_32s* pInputTable,
+                                                     int inputTableSize, const nkp32s* pSubTablesSizes,
+                                                     int numSubTables, int numElements, int numValueBits,
+                                                     nkpsVLCDecodeSpec_32s** ppVLCSpec);
+NKPAC_API nkpStatus nkpsVLCDecodeUTupleFree_32s(nkpsVLCDecodeSpec_32s* pVLCSpec);
+
+/* One tuple: numElements values into pDst. */
+NKPAC_API nkpStatus nkpsVLCDecodeUTupleOne_1u16s(nkp8u** ppBitStream, int* pBitOffset, nkp16s* pDst,
+                                                 const nkpsVLCDecodeSpec_32s* pVLCSpec);
+/* numTuples tuples: numTuples * numElements values into pDst. */
+NKPAC_API nkpStatus nkpsVLCDecodeUTupleBlock_1u16s(nkp8u** ppBitStream, int* pBitOffset, nkp16s* pDst,
+                                                   int numTuples, const nkpsVLCDecodeSpec_32s* pVLCSpec);
+NKPAC_API nkpStatus nkpsVLCDecodeUTupleEscBlock_AAC_1u16s(nkp8u** ppBitStream, int* pBitOffset, nkp16s* pDst,
+                                                          int numTuples, const nkpsVLCDecodeSpec_32s* pVLCSpec);
+NKPAC_API nkpStatus nkpsVLCDecodeUTupleEscBlock_MP3_1u16s(nkp8u** ppBitStream, int* pBitOffset, int linbits,
+                                                          nkp16s* pDst, int numTuples,
+                                                          const nkpsVLCDecodeSpec_32s* pVLCSpec);
+
+NKPAC_API nkpStatus nkpsVLCEncodeGetSize_32s(const nkpsVLCCodeEntry_32s* pInputTable, int inputTableSize,
+                                             nkp32s* pSize);
+NKPAC_API nkpStatus nkpsVLCEncodeInit_32s(const nkpsVLCCodeEntry_32s* pInputTable, int inputTableSize,
+                                          nkpsVLCEncodeSpec_32s* pVLCSpec);
+NKPAC_API nkpStatus nkpsVLCEncodeInitAlloc_32s(const nkpsVLCCodeEntry_32s* pInputTable, int inputTableSize,
+                                               nkpsVLCEncodeSpec_32s** ppVLCSpec);
+NKPAC_API nkpStatus nkpsVLCEncodeFree_32s(nkpsVLCEncodeSpec_32s* pVLCSpec);
+
+/* Checks: nkpStatusNullPointer (ppBitStream, pBitOffset, pVLCSpec), then
+ * nkpStatusVlcError for a foreign tag. The bit offset is not checked: the
+ * code goes *pBitOffset bits after *ppBitStream, whatever the offset. */
+NKPAC_API nkpStatus nkpsVLCEncodeOne_16s1u(nkp16s src, nkp8u** ppBitStream, int* pBitOffset,
+                                           const nkpsVLCEncodeSpec_32s* pVLCSpec);
+/* Checks: nkpStatusNullPointer; nkpStatusVlcError for srcLen < 1, then for
+ * an offset outside 0..7 or a foreign tag. */
+NKPAC_API nkpStatus nkpsVLCEncodeBlock_16s1u(const nkp16s* pSrc, int srcLen, nkp8u** ppBitStream,
+                                             int* pBitOffset, const nkpsVLCEncodeSpec_32s* pVLCSpec);
+/* Checks: nkpStatusNullPointer; nkpStatusBadBitOffset for an offset outside
+ * 0..7; nkpStatusWrongObject for a foreign tag. srcLen < 1 writes nothing. */
+NKPAC_API nkpStatus nkpsVLCEncodeEscBlock_AAC_16s1u(const nkp16s* pSrc, int srcLen, nkp8u** ppBitStream,
+                                                    int* pBitOffset, const nkpsVLCEncodeSpec_32s* pVLCSpec);
+NKPAC_API nkpStatus nkpsVLCEncodeEscBlock_MP3_16s1u(const nkp16s* pSrc, int srcLen, int linbits,
+                                                    nkp8u** ppBitStream, int* pBitOffset,
+                                                    const nkpsVLCEncodeSpec_32s* pVLCSpec);
+/* Checks: nkpStatusNullPointer; nkpStatusVlcError for srcLen < 1 or a
+ * foreign tag. */
+NKPAC_API nkpStatus nkpsVLCCountBits_16s32s(const nkp16s* pSrc, int srcLen, nkp32s* pCount,
+                                            const nkpsVLCEncodeSpec_32s* pVLCSpec);
+/* Checks: nkpStatusNullPointer; nkpStatusWrongObject for a foreign tag.
+ * srcLen < 1 counts 0. */
+NKPAC_API nkpStatus nkpsVLCCountEscBits_AAC_16s32s(const nkp16s* pSrc, int srcLen, nkp32s* pCount,
+                                                   const nkpsVLCEncodeSpec_32s* pVLCSpec);
+NKPAC_API nkpStatus nkpsVLCCountEscBits_MP3_16s32s(const nkp16s* pSrc, int srcLen, int linbits, nkp32s* pCount,
+                                                   const nkpsVLCEncodeSpec_32s* pVLCSpec);
 /* NKPAC-END vlc */
 
 /* ---- AAC: stream headers, side elements and channel streams ------------- */
